@@ -1,0 +1,2 @@
+// Placeholder until the host services land.
+namespace qdm_placeholder_comlib { int Nothing() { return 0; } }

@@ -1,0 +1,5 @@
+// Placeholder until the vendor classes land.
+#include "EMULEX_FC.h"
+
+void* GetVendorFactory(const char*, const char*) { return nullptr; }
+void ReleaseVendor(void*) {}

@@ -1,0 +1,3 @@
+// Placeholder until the adapter services land.
+#include "CEmulexCommon.h"
+unsigned long CEmulexCommon::m_dwLastError = 0;

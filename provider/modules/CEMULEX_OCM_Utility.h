@@ -1,0 +1,23 @@
+#pragma once
+// Management utility module: the utility's version, install and configuration check.
+#include <list>
+#include <string>
+
+#include "ModuleManager.h"
+
+class CEMULEX_OCM_Utility : public CUtility {
+public:
+    explicit CEMULEX_OCM_Utility(std::string name);
+    ~CEMULEX_OCM_Utility() override;
+
+    std::string GetOperatingVersion() override;
+    int CheckVendorVersion(std::string operating, std::string update) override;
+    int UpdateBackup(std::string backupFolder, bool flag) override;
+    int PreUpdate(std::string a, std::string b, std::list<std::string>* files, bool flag) override;
+    int Update(std::string a, std::string b, std::list<std::string>* files, bool flag) override;
+    int UpdateRestore(std::string backupFolder) override;
+    bool UpdateApplyCheck(std::string backupFolder) override;
+
+    bool OCMUpdate(std::string a, std::string b, std::list<std::string>* files, bool flag);
+    bool OCMInstallCheck();
+};

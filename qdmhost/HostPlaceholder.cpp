@@ -1,0 +1,4 @@
+// Placeholder until the CLI host lands.
+namespace qdmhost_placeholder {
+int Nothing() { return 0; }
+}

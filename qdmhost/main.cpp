@@ -1,0 +1,2 @@
+// Placeholder until the CLI host lands.
+int main() { return 1; }

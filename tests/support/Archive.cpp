@@ -1,0 +1,41 @@
+#include "Archive.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <memory>
+
+namespace qdmtest {
+
+namespace {
+bool WriteEntry(struct archive* zip, const ArchiveEntry& item) {
+    std::unique_ptr<struct archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(),
+                                                                               archive_entry_free);
+    archive_entry_set_pathname(entry.get(), item.name.c_str());
+    if (!item.symlinkTarget.empty()) {
+        archive_entry_set_filetype(entry.get(), AE_IFLNK);
+        archive_entry_set_symlink(entry.get(), item.symlinkTarget.c_str());
+        archive_entry_set_perm(entry.get(), 0777);
+        return archive_write_header(zip, entry.get()) == ARCHIVE_OK;
+    }
+    archive_entry_set_filetype(entry.get(), AE_IFREG);
+    archive_entry_set_perm(entry.get(), item.executable ? 0755 : 0644);
+    archive_entry_set_size(entry.get(), static_cast<la_int64_t>(item.content.size()));
+    if (archive_write_header(zip, entry.get()) != ARCHIVE_OK) return false;
+    return item.content.empty() ||
+           archive_write_data(zip, item.content.data(), item.content.size()) ==
+               static_cast<la_ssize_t>(item.content.size());
+}
+}  // namespace
+
+bool MakeZip(const std::string& path, const std::vector<ArchiveEntry>& entries) {
+    std::unique_ptr<struct archive, decltype(&archive_write_free)> zip(archive_write_new(),
+                                                                       archive_write_free);
+    if (archive_write_set_format_zip(zip.get()) != ARCHIVE_OK) return false;
+    if (archive_write_open_filename(zip.get(), path.c_str()) != ARCHIVE_OK) return false;
+    for (const auto& item : entries)
+        if (!WriteEntry(zip.get(), item)) return false;
+    return archive_write_close(zip.get()) == ARCHIVE_OK;
+}
+
+}  // namespace qdmtest

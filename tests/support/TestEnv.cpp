@@ -1,0 +1,138 @@
+#include "TestEnv.h"
+
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "CommonInformation.h"
+#include "FileUtility.h"
+#include "HostSys.h"
+
+namespace fs = std::filesystem;
+
+namespace qdmtest {
+
+bool InSandbox() {
+    const char* flag = std::getenv("QDM_SANDBOX");
+    return flag && std::string(flag) == "1";
+}
+
+VirtualClock::VirtualClock() {
+    qdmhost::SetSleepHook([this](unsigned long ms) { sleeps_.push_back(ms); });
+    qdmhost::SetTimeoutScale(0.001);
+}
+
+VirtualClock::~VirtualClock() {
+    qdmhost::SetSleepHook({});
+    qdmhost::SetTimeoutScale(1.0);
+}
+
+unsigned long VirtualClock::totalMs() const {
+    unsigned long total = 0;
+    for (unsigned long ms : sleeps_) total += ms;
+    return total;
+}
+
+size_t VirtualClock::count(unsigned long ms) const {
+    return static_cast<size_t>(std::count(sleeps_.begin(), sleeps_.end(), ms));
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+void WriteFile(const std::string& path, const std::string& content) {
+    fs::path p(path);
+    if (p.has_parent_path()) fs::create_directories(p.parent_path());
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << content;
+}
+
+void WriteScript(const std::string& path, const std::string& body) {
+    WriteFile(path, "#!/bin/sh\n" + body);
+    ::chmod(path.c_str(), 0755);
+}
+
+bool Exists(const std::string& path) {
+    struct stat st;
+    return ::lstat(path.c_str(), &st) == 0;
+}
+
+void SetFileAge(const std::string& path, long seconds) {
+    struct timeval now;
+    ::gettimeofday(&now, nullptr);
+    struct timeval times[2];
+    times[0].tv_sec = now.tv_sec - seconds;
+    times[0].tv_usec = 0;
+    times[1] = times[0];
+    ::utimes(path.c_str(), times);
+}
+
+void RemoveTree(const std::string& path) {
+    std::error_code ignored;
+    fs::remove_all(path, ignored);
+}
+
+std::string MakeTempDir(const std::string& tag) {
+    std::string pattern = "/tmp/qdmtest_" + tag + ".XXXXXX";
+    std::vector<char> buffer(pattern.begin(), pattern.end());
+    buffer.push_back('\0');
+    char* made = ::mkdtemp(buffer.data());
+    return made ? std::string(made) : std::string();
+}
+
+void HostTest::SetUp() {
+    root_ = MakeTempDir("root");
+    ASSERT_FALSE(root_.empty());
+    CFileUtility::SetInstallPath(root_);
+    cache_ = root_ + "/tmp/EMULEX/cache";
+    temp_ = root_ + "/tmp/EMULEX/temp";
+    fs::create_directories(cache_);
+    fs::create_directories(temp_);
+    CTraceUtility::StartCapture();
+    CTraceUtility::ClearCapture();
+    clock_ = new VirtualClock();
+}
+
+void HostTest::TearDown() {
+    delete clock_;
+    clock_ = nullptr;
+    CTraceUtility::StopCapture();
+    CCommon_Information::SetArchitectureOverride("");
+    RemoveTree(root_);
+}
+
+std::vector<CTraceUtility::DebugLine> HostTest::Debug() const { return CTraceUtility::CapturedDebug(); }
+
+std::vector<CTraceUtility::Message> HostTest::Messages() const {
+    return CTraceUtility::CapturedMessages();
+}
+
+size_t HostTest::MessageCount(const std::string& id) const {
+    auto messages = Messages();
+    return static_cast<size_t>(std::count_if(messages.begin(), messages.end(),
+                                             [&](const auto& m) { return m.id == id; }));
+}
+
+bool HostTest::HasDebug(const std::string& text) const {
+    for (const auto& line : Debug())
+        if (line.text == text) return true;
+    return false;
+}
+
+bool HostTest::HasDebugContaining(const std::string& text) const {
+    for (const auto& line : Debug())
+        if (line.text.find(text) != std::string::npos) return true;
+    return false;
+}
+
+}  // namespace qdmtest

@@ -1,0 +1,69 @@
+#pragma once
+// Shared test environment: a fresh install root per test, trace capture and a
+// virtual clock, plus small file helpers.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "TraceUtility.h"
+
+namespace qdmtest {
+
+// True inside sandbox/run (the fixed system paths are private overlays).
+bool InSandbox();
+
+// Skips the test when the fixed system paths are not private. Never taken in
+// CI: .ci/run fails when a test was skipped.
+#define QDM_REQUIRE_SANDBOX()                                                          \
+    do {                                                                               \
+        if (!::qdmtest::InSandbox())                                                   \
+            GTEST_SKIP() << "needs the fixed system paths: run under sandbox/run";     \
+    } while (0)
+
+// Counts the host's pauses instead of waiting; time-outs shrink a thousandfold.
+class VirtualClock {
+public:
+    VirtualClock();
+    ~VirtualClock();
+    const std::vector<unsigned long>& sleeps() const { return sleeps_; }
+    unsigned long totalMs() const;
+    size_t count(unsigned long ms) const;
+
+private:
+    std::vector<unsigned long> sleeps_;
+};
+
+std::string ReadFile(const std::string& path);
+// Writes the file, creating its folders.
+void WriteFile(const std::string& path, const std::string& content);
+// Writes an executable shell script ("#!/bin/sh" is prepended).
+void WriteScript(const std::string& path, const std::string& body);
+bool Exists(const std::string& path);
+// Sets the file's modification time to now - seconds (negative: future).
+void SetFileAge(const std::string& path, long seconds);
+void RemoveTree(const std::string& path);
+std::string MakeTempDir(const std::string& tag);
+
+// Fresh install root under /tmp, capture on, virtual clock on. Cleans up after.
+class HostTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    std::string root_;               // the install root of this test
+    std::string cache_;              // <root>/tmp/EMULEX/cache
+    std::string temp_;               // <root>/tmp/EMULEX/temp
+    VirtualClock* clock_ = nullptr;
+
+    std::vector<CTraceUtility::DebugLine> Debug() const;
+    std::vector<CTraceUtility::Message> Messages() const;
+    // Number of captured messages with this identifier.
+    size_t MessageCount(const std::string& id) const;
+    // True when some captured debug line equals the text exactly.
+    bool HasDebug(const std::string& text) const;
+    // True when some captured debug line contains the text.
+    bool HasDebugContaining(const std::string& text) const;
+};
+
+}  // namespace qdmtest
