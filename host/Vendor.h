@@ -15,6 +15,9 @@ public:
     CVendor();
 
     // Slots 1..35.
+    // The destructor deletes the modules linked at that moment (firmwareModule,
+    // driverModule, every utilityModules entry): providers never delete them.
+    // A module replaced by a second LinkDevice is not tracked.
     virtual ~CVendor();                                                          // 1
     virtual std::string GetHardwareVersion();                                    // 2
     virtual int CheckHardwareVersion(std::string current, std::string wanted);   // 3

@@ -48,6 +48,15 @@ public:
     std::string GetBusDevFunc();
 
 protected:
+    // Links the port's modules; each model supplies its firmware class and
+    // the prefix of its failure lines.
+    using FirmwareFactory = CFirmware* (*)(const std::string& deviceId, const std::string& wwpn);
+    void LinkModules(FirmwareFactory makeFirmware, const std::string& firmwareClass,
+                     const std::string& failurePrefix);
+    // Reports a missing management tool: the first message when the tool is
+    // not installed (error 11), the second for any other failure.
+    static void ReportOCMManagerMissing(const char* notInstalledId, const char* otherId);
+
     std::string wwpn;
     std::string bus;
     std::string device;

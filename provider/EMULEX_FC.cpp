@@ -1,5 +1,60 @@
-// Placeholder until the vendor classes land.
 #include "EMULEX_FC.h"
 
-void* GetVendorFactory(const char*, const char*) { return nullptr; }
-void ReleaseVendor(void*) {}
+#include <string>
+
+#include "CFC_EMULEX_16G_Vendor.h"
+#include "CFC_EMULEX_8G_1P_Vendor.h"
+#include "CFC_EMULEX_8G_2P_Vendor.h"
+#include "CFC_EMULEX_Vendor.h"
+#include "HostSys.h"
+#include "TraceUtility.h"
+
+namespace {
+
+// The model vendor named exactly by className (case and blanks count), or null.
+CVendor* BuildVendor(const std::string& className, const char* deviceId) {
+    if (className == CFC_EMULEX_8G_1P_Vendor::className) {
+        ShowMessage(L"new CFC_EMULEX_8G_1P_Vendor", deviceId);
+        return new CFC_EMULEX_8G_1P_Vendor(std::string(deviceId));
+    }
+    if (className == CFC_EMULEX_8G_2P_Vendor::className) {
+        ShowMessage(L"new CFC_EMULEX_8G_2P_Vendor", deviceId);
+        return new CFC_EMULEX_8G_2P_Vendor(std::string(deviceId));
+    }
+    if (className == CFC_EMULEX_16G_Vendor::className) {
+        ShowMessage(L"new CFC_EMULEX_16G_Vendor", deviceId);
+        return new CFC_EMULEX_16G_Vendor(std::string(deviceId));
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+void* GetVendorFactory(const char* className, const char* deviceId) {
+    try {
+        ShowMessage(L"WINAPI GetVendorFactory", className);
+        if (className == nullptr || deviceId == nullptr) {
+            ShowMessage(L"GetFactory NULL");
+            return nullptr;
+        }
+        return BuildVendor(std::string(className), deviceId);
+    } catch (...) {
+        // An exception must not unwind into the host through a C entry point;
+        // a vendor that cannot be built is reported as no vendor.
+        CTraceUtility::WriteDebug("fc", CTraceUtility::TRACE_ERROR,
+                                  "GetVendorFactory() the vendor object could not be built.");
+        return nullptr;
+    }
+}
+
+void ReleaseVendor(void* vendor) {
+    if (vendor == nullptr) return;
+    try {
+        CVendor* object = static_cast<CVendor*>(vendor);
+        // Compared with the base class's name on purpose, not with the model
+        // names: the host's contract for this entry point is kept as it is.
+        if (object->GetVendorClassName() == CFC_EMULEX_Vendor::className) delete object;
+    } catch (...) {
+        // Nothing may leave the library through this entry point.
+    }
+}

@@ -1,10 +1,12 @@
 #pragma once
 // Adapter services shared by the vendor objects and the update modules. A
 // class of static members only; it is never instantiated.
+#include <iosfwd>
 #include <list>
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 class CEmulexCommon {
 public:
@@ -19,6 +21,9 @@ public:
     static int GetOCMManagerInstallPath(std::string* out);
     static int ExecCommand_(std::string command);
     static void ExecListhbasCommand(std::string hbacmdPath);
+    // Verdict of one line of listing output.
+    enum ListhbasLine { LISTHBAS_UNDECIDED, LISTHBAS_RETRY_ERROR, LISTHBAS_FATAL_ERROR, LISTHBAS_SUCCESS };
+    static ListhbasLine ClassifyListhbasLine(const std::string& line);
 
     // Work-area paths below the install root.
     static std::string CacheFolderPath();             // <root>/tmp/EMULEX/cache
@@ -53,12 +58,22 @@ public:
                                        std::string separator,
                                        std::pair<std::string, std::string>& result,
                                        unsigned int index);
+    // One line read from such a file against the key alternatives; `result`
+    // is filled only for KEYLINE_VALUE.
+    enum KeyLineMatch { KEYLINE_NO_KEY, KEYLINE_NO_VALUE, KEYLINE_VALUE };
+    static KeyLineMatch MatchKeyValueLine(std::string line, const std::vector<std::string>& keys,
+                                          const std::string& separator,
+                                          std::pair<std::string, std::string>& result);
 
     // ---- Update execution and result checking -----------------------------
     static int EmulexUpdate(std::string command, std::string outputFile, std::string arg3,
                             unsigned long* returnCode, std::string reportsDir,
                             std::string definitionFile, int Resultmode);
     static int CheckUpdateResult_(std::string resultFile, std::string definitionFile);
+    // Message text of one definition-file line starting with `prefix`
+    // ("SuccessMessage=" / "EndMessage="); false when the line holds none.
+    static bool ParseUpdateMessageLine(const std::string& line, const std::string& prefix,
+                                       std::string& text);
 
     // ---- Adapter discovery ------------------------------------------------
     static bool GetVenDevIdList(std::string iniName, std::list<std::string>* cnaIds,
@@ -67,6 +82,9 @@ public:
     static bool GetVenderIdList(std::list<std::string>* ids);
     static bool GetHBAInfoList(std::list<std::map<std::string, std::string>>* adapters);
     static bool GetHBAInfo(std::string deviceId, std::map<std::string, std::string>* adapter);
+    // Multiplier of the listing's PCI function numbering on `bus`: 8 when it
+    // shows a function of 8 or more there, else 2.
+    static int ListingFunctionMultiplier(std::istream& listing, int bus);
 
 private:
     static unsigned long m_dwLastError;

@@ -1,2 +1,0 @@
-// Placeholder until the host services land.
-namespace qdm_placeholder_comlib { int Nothing() { return 0; } }

@@ -1,3 +1,0 @@
-// Placeholder until the adapter services land.
-#include "CEmulexCommon.h"
-unsigned long CEmulexCommon::m_dwLastError = 0;

@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Installs what the build, the tests, the demo and the tools need on a Debian
+# machine. Installs only what is missing; needs root (or sudo) for apt-get.
+set -euo pipefail
+
+packages=(
+  build-essential cmake ninja-build pkg-config
+  googletest libgtest-dev libgmock-dev libbenchmark-dev
+  libpugixml-dev libinih-dev libarchive-dev nlohmann-json3-dev libcli11-dev
+  clang libclang-rt-14-dev valgrind util-linux procps python3
+)
+
+missing=()
+for p in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+echo "setup: installing ${missing[*]}" >&2
+sudo=()
+[[ $(id -u) -eq 0 ]] || sudo=(sudo)
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
