@@ -93,17 +93,25 @@ pid_t WaitForChild(pid_t pid, int* status, int options) {
     return result;
 }
 
-// Waits for the child until the deadline; true when it was reaped. Sleeps in
-// poll() on a pidfd, or in short real pauses where pidfds are missing.
-bool WaitUntil(pid_t pid, Clock::time_point deadline, int* status) {
+Clock::duration ScaledTimeout(unsigned long timeoutMs) {
+    // Capped at about 30 years so the deadline arithmetic cannot overflow.
+    double scaled = std::min(static_cast<double>(timeoutMs) * qdmhost::GetTimeoutScale(), 1e12);
+    return std::chrono::microseconds(static_cast<long long>(std::llround(scaled * 1000.0)));
+}
+
+enum class WaitResult { Reaped, TimedOut, Lost };
+
+// Waits for the child until the deadline. Sleeps in poll() on a pidfd, or in
+// short real pauses where pidfds are missing.
+WaitResult WaitUntil(pid_t pid, Clock::time_point deadline, int* status) {
     FileDescriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     for (;;) {
         pid_t reaped = WaitForChild(pid, status, WNOHANG);
-        if (reaped == pid) return true;
-        if (reaped < 0) return false;
+        if (reaped == pid) return WaitResult::Reaped;
+        if (reaped < 0) return WaitResult::Lost;
         auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0) return false;
-        int pauseMs = static_cast<int>(std::min<long long>(left.count(), 1000));
+        if (left.count() <= 0) return WaitResult::TimedOut;
+        int pauseMs = static_cast<int>(std::min<long long>(left.count() + 1, 1000));
         if (pidfd.get() >= 0) {
             struct pollfd entry = {pidfd.get(), POLLIN, 0};
             ::poll(&entry, 1, pauseMs);
@@ -114,15 +122,17 @@ bool WaitUntil(pid_t pid, Clock::time_point deadline, int* status) {
     }
 }
 
+// Waits without limit when the time-out is all ones.
+WaitResult WaitForExit(pid_t pid, unsigned long timeoutMs, int* status) {
+    if (timeoutMs == CCommon_Information::NO_TIMEOUT)
+        return WaitForChild(pid, status, 0) == pid ? WaitResult::Reaped : WaitResult::Lost;
+    return WaitUntil(pid, Clock::now() + ScaledTimeout(timeoutMs), status);
+}
+
 void KillGroupAndReap(pid_t pid) {
     ::kill(-pid, SIGKILL);
     int status = 0;
     WaitForChild(pid, &status, 0);
-}
-
-Clock::duration ScaledTimeout(unsigned long timeoutMs) {
-    double scaled = static_cast<double>(timeoutMs) * qdmhost::GetTimeoutScale();
-    return std::chrono::microseconds(static_cast<long long>(std::llround(scaled * 1000.0)));
 }
 
 // Parses a hexadecimal field of 1..maxDigits digits no larger than maxValue.
@@ -184,11 +194,14 @@ int CCommon_Information::ExecForeignModule(const std::string& command, const std
         return EXEC_NOT_STARTED;
 
     int status = 0;
-    if (timeoutMs == NO_TIMEOUT) {
-        if (WaitForChild(pid, &status, 0) != pid) return EXEC_NOT_STARTED;
-    } else if (!WaitUntil(pid, Clock::now() + ScaledTimeout(timeoutMs), &status)) {
+    switch (WaitForExit(pid, timeoutMs, &status)) {
+    case WaitResult::Reaped:
+        break;
+    case WaitResult::TimedOut:
         KillGroupAndReap(pid);
         return EXEC_TIMEOUT;
+    case WaitResult::Lost:  // someone else reaped it (SIGCHLD ignored): no status to give
+        return EXEC_NOT_STARTED;
     }
     if (returnCode) *returnCode = ExitStatus(status);
     return EXEC_OK;

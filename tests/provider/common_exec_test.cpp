@@ -47,7 +47,7 @@ TEST(FindNotDisitChar, FirstNonDigitAtOrAfterStart) {
         unsigned long expected;
     } rows[] = {
         {"123abc", 0, 3},
-        {"abc", 0, 0},    // the start itself is returned
+        {"abc", 0, 0},  // the start itself is returned
         {"12a4", 3, npos},
         {"123", 0, npos},  // all digits
         {"", 0, npos},
@@ -126,10 +126,10 @@ TEST_F(CommonExecTest, ResultAndPollsPerCommand) {
         int result;
         size_t sleeps;
     } rows[] = {
-        {"true", 0, 0},                                   // no redirection: raw status
-        {"exit 3", -1, 0},                                // non-zero exit status
-        {"true > " + out, -1, 10},                        // output stays empty
-        {"echo x > " + out + "; true", -1, 10},           // trailing text is part of the name
+        {"true", 0, 0},                          // no redirection: raw status
+        {"exit 3", -1, 0},                       // non-zero exit status
+        {"true > " + out, -1, 10},               // output stays empty
+        {"echo x > " + out + "; true", -1, 10},  // trailing text is part of the name
     };
     for (const Row& row : rows) {
         ::unlink(out.c_str());
@@ -138,7 +138,8 @@ TEST_F(CommonExecTest, ResultAndPollsPerCommand) {
         EXPECT_EQ(clock_->sleeps().size() - before, row.sleeps) << row.command;
     }
     EXPECT_EQ(clock_->count(1000), 20u);  // every pause is one second
-    EXPECT_TRUE(HasDebugContaining("static int CEmulexCommon::ExecCommand_(std::string) [exit 3] command failed! ("));
+    EXPECT_TRUE(
+        HasDebugContaining("static int CEmulexCommon::ExecCommand_(std::string) [exit 3] command failed! ("));
 }
 
 TEST(ListhbasLine, Classification) {
@@ -151,11 +152,12 @@ TEST(ListhbasLine, Classification) {
         {"ERROR: <251>", CEmulexCommon::LISTHBAS_FATAL_ERROR},
         {"ERROR Serial No.", CEmulexCommon::LISTHBAS_FATAL_ERROR},  // an error line wins
         {"Serial No. : VM1", CEmulexCommon::LISTHBAS_SUCCESS},
-        {"error <64>", CEmulexCommon::LISTHBAS_UNDECIDED},          // case matters
+        {"error <64>", CEmulexCommon::LISTHBAS_UNDECIDED},  // case matters
         {"Serial No : VM1", CEmulexCommon::LISTHBAS_UNDECIDED},
         {"", CEmulexCommon::LISTHBAS_UNDECIDED},
     };
-    for (const Row& row : rows) EXPECT_EQ(CEmulexCommon::ClassifyListhbasLine(row.line), row.verdict) << row.line;
+    for (const Row& row : rows)
+        EXPECT_EQ(CEmulexCommon::ClassifyListhbasLine(row.line), row.verdict) << row.line;
 }
 
 class ListhbasTest : public HostTest {
@@ -168,7 +170,8 @@ protected:
     size_t Attempts() const {
         size_t attempts = 0;
         for (const auto& line : Debug())
-            attempts += line.text.rfind("CEmulexCommon::ExecListhbasCommand() ExecForeignModule cmd:[", 0) == 0;
+            attempts +=
+                line.text.rfind("CEmulexCommon::ExecListhbasCommand() ExecForeignModule cmd:[", 0) == 0;
         return attempts;
     }
     void SetUp() override {
@@ -203,8 +206,8 @@ TEST_F(ListhbasTest, AttemptsPerRecordedOutput) {
         EXPECT_EQ(MessageCount(kListingFailed), row.failures) << row.golden;
         EXPECT_EQ(qdmtest::ReadFile(cache_ + "/Listhbas.txt"), qdmtest::ReadFile(golden)) << row.golden;
     }
-    EXPECT_TRUE(HasDebug(std::string("CEmulexCommon::ExecListhbasCommand() ExecForeignModule cmd:[") + kHbacmd +
-                         " listhbas ]"));
+    EXPECT_TRUE(HasDebug(std::string("CEmulexCommon::ExecListhbasCommand() ExecForeignModule cmd:[") +
+                         kHbacmd + " listhbas ]"));
 }
 
 TEST_F(ListhbasTest, TimeOutStopsAtOnce) {
@@ -230,7 +233,8 @@ TEST_F(ListhbasTest, StartFailureStopsAtOnce) {
 TEST_F(ListhbasTest, SuccessAfterABusyRun) {
     QDM_REQUIRE_SANDBOX();
     // Busy on the first run only.
-    InstallTool("if [ $(wc -l < " + runs_ + ") -eq 1 ]; then echo 'ERROR: <64>'; else echo 'Serial No. : VM1'; fi");
+    InstallTool("if [ $(wc -l < " + runs_ +
+                ") -eq 1 ]; then echo 'ERROR: <64>'; else echo 'Serial No. : VM1'; fi");
     CEmulexCommon::ExecListhbasCommand(kHbacmd);
     EXPECT_EQ(Runs(), 2u);
     EXPECT_EQ(MessageCount(kListingFailed), 0u);

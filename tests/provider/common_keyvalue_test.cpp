@@ -24,7 +24,8 @@ TEST(MatchKeyValueLine, OneLine) {
         {"Port WWN : 10:00:00:00:c9:12:34:56\r\n", {"Port WWN"}, ":", CEmulexCommon::KEYLINE_VALUE,
          {"Port WWN", "10:00:00:00:c9:12:34:56"}},
         // the second alternative
-        {"Node WWN : 20:00\n", {"Port WWN", "Node WWN"}, ":", CEmulexCommon::KEYLINE_VALUE, {"Node WWN", "20:00"}},
+        {"Node WWN : 20:00\n", {"Port WWN", "Node WWN"}, ":", CEmulexCommon::KEYLINE_VALUE,
+         {"Node WWN", "20:00"}},
         // a carriage return inside the line is a blank too
         {"Mode :\rInitiator\r\n", {"Mode"}, ":", CEmulexCommon::KEYLINE_VALUE, {"Mode", "Initiator"}},
         // only blanks are trimmed
@@ -33,14 +34,15 @@ TEST(MatchKeyValueLine, OneLine) {
         {"Port WWN :    \r\n", {"Port WWN"}, ":", CEmulexCommon::KEYLINE_NO_VALUE, {}},
         // a separator before the key does not count
         {"x: Key v", {"Key"}, ":", CEmulexCommon::KEYLINE_NO_VALUE, {}},
-        // the first alternative found decides the line even without a value
-        {"A B: v", {"A", "B"}, "=", CEmulexCommon::KEYLINE_NO_VALUE, {}},
+        // the first alternative found decides the line; B is not tried
+        {"B = v A", {"A", "B"}, "=", CEmulexCommon::KEYLINE_NO_VALUE, {}},
         {"Serial No. : VM1", {"Port WWN"}, ":", CEmulexCommon::KEYLINE_NO_KEY, {}},
         {"", {"Port WWN"}, ":", CEmulexCommon::KEYLINE_NO_KEY, {}},
     };
     for (const Row& row : rows) {
         Pair result;
-        EXPECT_EQ(CEmulexCommon::MatchKeyValueLine(row.line, row.keys, row.separator, result), row.match) << row.line;
+        EXPECT_EQ(CEmulexCommon::MatchKeyValueLine(row.line, row.keys, row.separator, result), row.match)
+            << row.line;
         EXPECT_EQ(result, row.result) << row.line;
     }
 }
@@ -66,7 +68,8 @@ protected:
         EXPECT_EQ(CEmulexCommon::GetKeyValueFromFile_(file, keys, ":", result, index), expectedResult);
         return result;
     }
-    Pair ReadTagged(const std::string& file, const std::string& tags, const std::string& keys, unsigned index) {
+    Pair ReadTagged(const std::string& file, const std::string& tags, const std::string& keys,
+                    unsigned index) {
         Pair result{"stale", "stale"};
         EXPECT_EQ(CEmulexCommon::GetTagKeyValueFromFile_(file, tags, keys, ":", result, index), 1);
         return result;
@@ -76,7 +79,7 @@ protected:
 
 TEST_F(KeyValueFileTest, KeysAndIndex) {
     const std::string file = Write(
-        "Port WWN\n"                 // a key line without a value still counts for the index
+        "Port WWN\n"  // a key line without a value still counts for the index
         "Port WWN : 10:00:00:00:c9:12:34:56\r\n"
         "Permanent MAC : 00-11\n"
         "Port WWN : 10:00:00:00:c9:12:34:57");  // no final line feed

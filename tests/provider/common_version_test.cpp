@@ -1,5 +1,4 @@
 // Version formatting, FC firmware parsing and both comparisons.
-#include <cstring>
 #include <string>
 
 #include "CEmulexCommon.h"
@@ -32,10 +31,10 @@ TEST(FormatVersion4SegCleanDust, CutsTheFourthSegmentOnly) {
     } rows[] = {
         {" 4.1.334.0a ", "4.1.334.0"},
         {"10.2.370.15", "10.2.370.15"},
-        {"1.2.3.x9", "1.2.3."},      // nothing but dust
-        {"1.2a.3.4", "1.2a.3.4"},     // only the fourth segment is cleaned
-        {"2.02a4", "2.02a4"},         // not four segments: unchanged
-        {" 1.2.3 ", " 1.2.3 "},       // ... and not even trimmed
+        {"1.2.3.x9", "1.2.3."},    // nothing but dust
+        {"1.2a.3.4", "1.2a.3.4"},  // only the fourth segment is cleaned
+        {"2.02a4", "2.02a4"},      // not four segments: unchanged
+        {" 1.2.3 ", " 1.2.3 "},    // ... and not even trimmed
         {"abc", "abc"},
         {"", ""},
     };
@@ -54,7 +53,7 @@ TEST_F(CommonVersionTest, FourSegmentComparison) {
         {"1.2.3.4", "1.2.3.4", 0},
         {"1.0.10.0", "1.0.9.0", -1},  // numeric, not text order
         {"01.2.3.4", "1.2.3.4", 0},
-        {"2.0.0.0", "1.9.9.9", -1},   // the first differing segment decides
+        {"2.0.0.0", "1.9.9.9", -1},  // the first differing segment decides
     };
     for (const Row& row : rows)
         EXPECT_EQ(CEmulexCommon::CheckVendorVersion4SegNormal(row.version1, row.version2), row.expected)
@@ -88,22 +87,23 @@ TEST(FirmwareFormat, Parsing) {
         {"1.11x15", true, 1, 11, "x", 15},
         {"2.10A12", true, 2, 10, "A", 12},
         {"3.00abc07", true, 3, 0, "abc", 7},
-        {"2.02-4", false, 0, 0, "", 0},    // neither digit nor letter
-        {"2.02a4b", false, 0, 0, "", 0},   // tail is not all digits
-        {"2.0.2a4", false, 0, 0, "", 0},   // three parts
-        {"2.02", false, 0, 0, "", 0},      // no letter group
-        {"2.02a", false, 0, 0, "", 0},     // no build
+        {"2.02-4", false, 0, 0, "", 0},   // neither digit nor letter
+        {"2.02a4b", false, 0, 0, "", 0},  // tail is not all digits
+        {"2.0.2a4", false, 0, 0, "", 0},  // three parts
+        {"2.02", false, 0, 0, "", 0},     // no letter group
+        {"2.02a", false, 0, 0, "", 0},    // no build
         {"x.02a4", false, 0, 0, "", 0},
-        {"2.a4", false, 0, 0, "", 0},      // no minor digits
+        {"2.a4", false, 0, 0, "", 0},  // no minor digits
         {"2.02a-4", false, 0, 0, "", 0},
         {"", false, 0, 0, "", 0},
         {".", false, 0, 0, "", 0},
-        {"2.02\xe9" "4", false, 0, 0, "", 0},  // high byte is no letter
+        {"2.02\3514", false, 0, 0, "", 0},  // a high byte is no letter
     };
     for (const Row& row : rows) {
         long major = -7, minor = -7, build = -7;
         std::string letters = "untouched";
-        ASSERT_EQ(CEmulexCommon::CheckVersionFCFirmwareFormat(row.version, major, minor, letters, build), row.valid)
+        ASSERT_EQ(CEmulexCommon::CheckVersionFCFirmwareFormat(row.version, major, minor, letters, build),
+                  row.valid)
             << row.version;
         EXPECT_EQ(CEmulexCommon::CheckVersionFCFirmwareFormat(row.version), row.valid) << row.version;
         if (row.valid) {
@@ -133,13 +133,13 @@ TEST_F(CommonVersionTest, FirmwareComparison) {
         int sign;
     } rows[] = {
         {"2.02a4", "2.02a5", 1},
-        {"2.10a1", "2.02a9", -1},   // minor before letters and build
-        {"3.00a1", "2.99z9", -1},   // major first
-        {"2.02a4", "2.02b1", 1},    // letters before build
+        {"2.10a1", "2.02a9", -1},  // minor before letters and build
+        {"3.00a1", "2.99z9", -1},  // major first
+        {"2.02a4", "2.02b1", 1},   // letters before build
         {"2.02b1", "2.02a4", -1},
-        {"2.02A9", "2.02a1", 1},    // upper case sorts first
-        {"2.02a9", "2.02ab1", 1},   // a prefix sorts first
-        {"2.02a4", "2.2a4", 0},     // numbers, not texts
+        {"2.02A9", "2.02a1", 1},   // upper case sorts first
+        {"2.02a9", "2.02ab1", 1},  // a prefix sorts first
+        {"2.02a4", "2.2a4", 0},    // numbers, not texts
         {"2.02a4", "2.02a4", 0},
     };
     for (const Row& row : rows)
@@ -150,8 +150,10 @@ TEST_F(CommonVersionTest, FirmwareComparison) {
 }
 
 TEST_F(CommonVersionTest, LetterComparisonIsNotReduced) {
-    EXPECT_EQ(CEmulexCommon::CheckVendorVersionFCFirmware("2.02a9", "2.02c1"), std::strcmp("c", "a"));
-    EXPECT_EQ(CEmulexCommon::CheckVendorVersionFCFirmware("2.02c1", "2.02a9"), std::strcmp("a", "c"));
+    // The difference of the first differing letters, or of a letter and the end.
+    EXPECT_EQ(CEmulexCommon::CheckVendorVersionFCFirmware("2.02a9", "2.02c1"), 'c' - 'a');
+    EXPECT_EQ(CEmulexCommon::CheckVendorVersionFCFirmware("2.02c1", "2.02a9"), 'a' - 'c');
+    EXPECT_EQ(CEmulexCommon::CheckVendorVersionFCFirmware("2.02ab9", "2.02a1"), -'b');
 }
 
 TEST_F(CommonVersionTest, FirmwareMalformed) {

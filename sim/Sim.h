@@ -1,0 +1,103 @@
+#pragma once
+// Shared declarations of the adapter simulator (see README.md).
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace qdmsim {
+
+using json = nlohmann::json;
+using Args = std::vector<std::string>;
+
+// A user-facing failure: printed as "qdmsim: <what>", exit status 2.
+struct SimError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+// ---- command-line options -------------------------------------------------
+struct Options {
+    std::map<std::string, std::string> values;
+    std::set<std::string> flags;
+    Args positional;
+
+    std::string Get(const std::string& name, const std::string& fallback = "") const;
+    bool Has(const std::string& name) const;
+};
+// "--name value" for names in `valued`, "--name" for names in `flags`.
+Options ParseOptions(const Args& args, const std::set<std::string>& valued,
+                     const std::set<std::string>& flags);
+
+// ---- state file -------------------------------------------------------------
+const char* const kDefaultStatePath = "/etc/qdmsim/state.json";
+const char* const kToolPath = "/usr/sbin/ocmanager/hbacmd";
+
+// $QDMSIM_STATE or the default, with symbolic links resolved.
+std::string StatePath();
+json LoadState();
+json LoadStateAt(const std::string& path);
+// Locks, loads, lets `change` edit the state and saves it when `change`
+// returns true. Returns the state as left.
+json UpdateState(const std::function<bool(json&)>& change);
+// Throws SimError naming the first field that is missing or of the wrong type.
+void ValidateState(const json& state);
+// Appends "<tool> <verb>" to the call log; never fails the caller.
+void LogCall(const std::string& tool, const std::string& verb);
+std::string CallLogPath();
+
+// ---- small helpers ------------------------------------------------------------
+bool InSandbox();
+std::string SelfPath();
+std::string ToLower(std::string text);
+std::string ToUpper(std::string text);
+bool StartsWith(const std::string& text, const std::string& prefix);
+std::string ReadFirstLine(const std::string& path, bool* readable);
+std::vector<std::string> SplitWords(const std::string& line);
+void WriteTextFile(const std::string& path, const std::string& content, unsigned mode = 0644);
+
+// PCI address of one function.
+struct PciAddress {
+    int domain = 0, bus = 0, device = 0, function = 0;
+    bool operator<(const PciAddress& other) const;
+    std::string Text(bool withDomain) const;
+};
+// Parses "[dddd:]bb:dd[.f]"; false when malformed.
+bool ParsePciAddress(const std::string& text, PciAddress* address);
+
+// ---- faults -------------------------------------------------------------------
+// The fault mode for `verb` (or the `fallback` key), consuming one of its
+// "times"; empty when none.
+std::string TakeFault(const std::string& verb, const std::string& fallback);
+// Modes accepted per verb key; used to validate `qdmsim fault`.
+bool IsKnownFault(const std::string& verb, const std::string& mode);
+[[noreturn]] void HangForever();
+// Prints `normal` (and returns `normalStatus`) or what the output fault
+// `mode` makes of it.
+int EmitToolOutput(const std::string& mode, const std::string& normal, int normalStatus);
+
+// ---- the tools ------------------------------------------------------------------
+// Pure formatters, reachable by tests through the binary's output.
+std::string FormatListing(const json& state, bool manyPorts);
+std::string FormatAttributes(const json& state, const json& adapter, const json& port,
+                             const std::string& fault);
+std::string FormatVersion(const std::string& utilityVersion);
+std::string FormatLspci(const json& state, bool withDomain, const std::string& selector);
+
+int RunHbacmd(const Args& args);
+int RunLspci(const Args& args);
+int RunRpm(const Args& args);
+int RunDepmod(const Args& args);
+
+// ---- commands of qdmsim itself ----------------------------------------------------
+int RunBuilder(const std::string& command, const Args& args);
+int RunInstall(const Args& args);
+int RunUtility(const Args& args);
+int RunStateCommand(const Args& args);
+int RunFaultCommand(const Args& args);
+int RunCallsCommand(const Args& args);
+
+}  // namespace qdmsim
