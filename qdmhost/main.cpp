@@ -1,2 +1,3 @@
-// Placeholder until the CLI host lands.
-int main() { return 1; }
+#include "Cli.h"
+
+int main(int argc, char** argv) { return qdmcli::RunCli(argc, argv); }

@@ -4,6 +4,7 @@
 #include <archive_entry.h>
 
 #include <cctype>
+#include <ctime>
 #include <memory>
 
 #include "Sim.h"
@@ -28,6 +29,7 @@ void WriteEntry(struct archive* zip, const Entry& item) {
     archive_entry_set_filetype(entry.get(), folder ? AE_IFDIR : AE_IFREG);
     archive_entry_set_perm(entry.get(), folder || item.executable ? 0755 : 0644);
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(item.content.size()));
+    archive_entry_set_mtime(entry.get(), std::time(nullptr), 0);
     bool ok = archive_write_header(zip, entry.get()) == ARCHIVE_OK;
     if (ok && !item.content.empty())
         ok = archive_write_data(zip, item.content.data(), item.content.size()) ==

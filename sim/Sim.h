@@ -80,12 +80,13 @@ bool IsKnownFault(const std::string& verb, const std::string& mode);
 int EmitToolOutput(const std::string& mode, const std::string& normal, int normalStatus);
 
 // ---- the tools ------------------------------------------------------------------
-// Pure formatters, reachable by tests through the binary's output.
+// Formatters of the tools' output.
 std::string FormatListing(const json& state, bool manyPorts);
 std::string FormatAttributes(const json& state, const json& adapter, const json& port,
                              const std::string& fault);
 std::string FormatVersion(const std::string& utilityVersion);
-std::string FormatLspci(const json& state, bool withDomain, const std::string& selector);
+// False when `selector` is not "[[domain:]bus:]device[.function]".
+bool FormatLspci(const json& state, bool withDomain, const std::string& selector, std::string* text);
 
 int RunHbacmd(const Args& args);
 int RunLspci(const Args& args);

@@ -183,17 +183,17 @@ int RpmUpgrade(const Args& files, const std::string& fault) {
 
 }  // namespace
 
-std::string FormatLspci(const json& state, bool withDomain, const std::string& selectorText) {
+bool FormatLspci(const json& state, bool withDomain, const std::string& selectorText,
+                 std::string* text) {
     Selector selector;
-    if (!ParseSelector(selectorText, &selector)) throw SimError("-s: Invalid slot number");
-    std::string text;
+    if (!ParseSelector(selectorText, &selector)) return false;
     for (const PciFunction& f : AllFunctions(state)) {
         if (!selector.Matches(f.address)) continue;
-        text += f.address.Text(withDomain) + " \"" + f.classId + "\" \"" + ToLower(f.vendor) +
-                "\" \"" + ToLower(f.device) + "\" -r" + ToLower(f.revision) + " \"" +
-                ToLower(f.subVendor) + "\" \"" + ToLower(f.subDevice) + "\"\n";
+        *text += f.address.Text(withDomain) + " \"" + f.classId + "\" \"" + ToLower(f.vendor) +
+                 "\" \"" + ToLower(f.device) + "\" -r" + ToLower(f.revision) + " \"" +
+                 ToLower(f.subVendor) + "\" \"" + ToLower(f.subDevice) + "\"\n";
     }
-    return text;
+    return true;
 }
 
 int RunLspci(const Args& args) {
@@ -206,14 +206,9 @@ int RunLspci(const Args& args) {
     LogCall("lspci", LspciVerb(request));
     if (TakeFault("lspci", "") == "hang") HangForever();
     std::string text;
-    try {
-        text = FormatLspci(LoadState(), request.withDomain, request.selector);
-    } catch (const SimError& error) {
-        if (StartsWith(error.what(), "-s:")) {
-            std::cerr << "lspci: " << error.what() << "\n";
-            return 1;
-        }
-        throw;
+    if (!FormatLspci(LoadState(), request.withDomain, request.selector, &text)) {
+        std::cerr << "lspci: -s: Invalid slot number\n";
+        return 1;
     }
     std::cout << text;
     return 0;

@@ -73,7 +73,8 @@ bool CFileUtility::SearchFile(std::string folder, std::string pattern, std::list
 bool CFileUtility::DeleteAllFileByExtendName(std::string folder, std::string extension) {
     DirHandle dir = OpenFolder(folder);
     if (!dir) return false;
-    const std::string suffix = "." + extension;
+    // "txt" and ".txt" name the same extension.
+    const std::string suffix = (extension.compare(0, 1, ".") == 0 ? "" : ".") + extension;
     bool allDeleted = true;
     while (struct dirent* entry = ::readdir(dir.get())) {
         std::string name = entry->d_name;

@@ -22,6 +22,7 @@ struct Lookup {
 // The first matching key wins; names compare without case.
 int OnEntry(void* user, const char* section, const char* name, const char* value) {
     Lookup* lookup = static_cast<Lookup*>(user);
+    if (!section || !name) return 1;
     if (!lookup->found && strcasecmp(section, lookup->section) == 0 &&
         strcasecmp(name, lookup->key) == 0) {
         lookup->found = true;

@@ -107,7 +107,10 @@ TEST(StringUtilTest, VendorAndDeviceIds) {
     }
 }
 
-TEST(PciInfoTest, DeviceIdentifiers) {
+// Failures trace, so these run with an install root of their own.
+class SystemInfoTest : public qdmtest::HostTest {};
+
+TEST_F(SystemInfoTest, PciDeviceIdentifiers) {
     struct Row {
         const char* id;
         bool ok;
@@ -139,7 +142,7 @@ TEST(PciInfoTest, DeviceIdentifiers) {
     }
 }
 
-TEST(ArchitectureTest, OverrideAndRestore) {
+TEST_F(SystemInfoTest, ArchitectureOverrideAndRestore) {
     std::string real = CCommon_Information::GetArchitectureInfo("fc");
     EXPECT_FALSE(real.empty());
     CCommon_Information::SetArchitectureOverride("ppc64le");

@@ -115,12 +115,6 @@ TEST_F(ModelVendorTest, DualPortKeyIsCutToFourIdentifiers) {
     }
 }
 
-TEST_F(ModelVendorTest, UnwritableIdsFileGivesBareKey) {
-    qdmtest::RemoveTree(kIdsFolder);  // the redirection fails, so the command does
-    CFC_EMULEX_8G_2P_Vendor vendor(kDeviceId);
-    EXPECT_EQ(vendor.GetModelKey(), "fcelx_8g2p_");
-}
-
 namespace {
 
 struct LinkRow {

@@ -7,6 +7,15 @@
 namespace qdmtest {
 
 struct ArchiveEntry {
+    // A constructor rather than an aggregate, so that {"name", "content"}
+    // compiles cleanly with the missing-initializer warning on.
+    ArchiveEntry(std::string entryName, std::string entryContent = "", bool isExecutable = false,
+                 std::string linkTarget = "")
+        : name(std::move(entryName)),
+          content(std::move(entryContent)),
+          executable(isExecutable),
+          symlinkTarget(std::move(linkTarget)) {}
+
     std::string name;
     std::string content;
     bool executable = false;

@@ -1,0 +1,37 @@
+#pragma once
+// The commands of qdmhost. Each returns its result as one JSON document
+// (what --json prints) and the exit code; the text form is rendered from it.
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+#include "Options.h"
+#include "Session.h"
+
+namespace qdmcli {
+
+struct CommandResult {
+    int exitCode = 0;
+    nlohmann::json document;
+};
+
+CommandResult RunInventory(const Options& options);
+CommandResult RunUpdate(const Options& options);
+CommandResult RunReport(const Options& options);
+CommandResult RunCheck(const Options& options);
+CommandResult RunHistory(const Options& options);
+
+// The readable table of a command's document.
+std::string RenderText(const nlohmann::json& document);
+
+// Runs the provider's three report phases over the ports into
+// <folder>/Emulex_FcConfigInfo.xml, after filling the version caches.
+// Returns the ports reported, in document order. Throws HostError.
+std::vector<const Port*> WriteConfigReport(std::vector<Port>& ports, const std::string& folder);
+// "BootBios Version" of every port element of a written report, in order.
+std::vector<std::string> ReportBootBiosVersions(const std::string& reportPath);
+
+const char kReportFile[] = "Emulex_FcConfigInfo.xml";
+
+}  // namespace qdmcli

@@ -1,4 +1,0 @@
-// Placeholder until the CLI host lands.
-namespace qdmhost_placeholder {
-int Nothing() { return 0; }
-}

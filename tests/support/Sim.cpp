@@ -1,0 +1,156 @@
+#include "Sim.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+#include "TestEnv.h"
+
+namespace qdmtest {
+
+namespace {
+
+const char* const kSimBinDir = "/opt/qdmsim/bin";
+
+std::string ShellQuote(const std::string& word) {
+    std::string quoted = "'";
+    for (char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
+
+std::string TrimEnd(std::string text) {
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
+    return text;
+}
+
+void PrependToPath(const std::string& folder) {
+    const char* current = std::getenv("PATH");
+    std::string path = current ? current : "";
+    if (path.rfind(folder + ":", 0) == 0) return;
+    ::setenv("PATH", (folder + ":" + path).c_str(), 1);
+}
+
+bool Build(const std::string& command, std::vector<std::string> args) {
+    args.insert(args.begin(), command);
+    std::string output;
+    int status = RunSim(args, &output);
+    EXPECT_EQ(status, 0) << command << ": " << output;
+    return status == 0;
+}
+
+}  // namespace
+
+int RunSim(const std::vector<std::string>& args, std::string* output) {
+    std::string command = ShellQuote(QDM_SIM_BINARY);
+    for (const std::string& arg : args) command += " " + ShellQuote(arg);
+    return RunShell(command, output);
+}
+
+int RunShell(const std::string& commandLine, std::string* output) {
+    FILE* pipe = ::popen(("{ " + commandLine + "; } 2>&1").c_str(), "r");
+    if (!pipe) return -1;
+    std::string text;
+    char buffer[4096];
+    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, n);
+    int status = ::pclose(pipe);
+    if (output) *output = text;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool UnpackModule(const std::string& zip, const std::string& folder) {
+    std::unique_ptr<struct archive, decltype(&archive_read_free)> reader(archive_read_new(),
+                                                                         archive_read_free);
+    archive_read_support_format_zip(reader.get());
+    if (archive_read_open_filename(reader.get(), zip.c_str(), 16384) != ARCHIVE_OK) return false;
+    std::filesystem::create_directories(folder);
+    struct archive_entry* entry = nullptr;
+    int status;
+    while ((status = archive_read_next_header(reader.get(), &entry)) == ARCHIVE_OK) {
+        const std::string path = folder + "/" + archive_entry_pathname(entry);
+        if (archive_entry_filetype(entry) == AE_IFDIR) {
+            std::filesystem::create_directories(path);
+            continue;
+        }
+        std::string content;
+        char buffer[4096];
+        for (la_ssize_t n; (n = archive_read_data(reader.get(), buffer, sizeof buffer)) > 0;)
+            content.append(buffer, static_cast<size_t>(n));
+        WriteFile(path, content);
+        ::chmod(path.c_str(), archive_entry_perm(entry));
+    }
+    return status == ARCHIVE_EOF;
+}
+
+std::string InstallSimulator(const std::string& folder, const std::string& stateJson,
+                             const SimOptions& options) {
+    const std::string statePath = folder + "/qdmsim-state.json";
+    WriteFile(statePath, stateJson);
+    ::setenv("QDMSIM_STATE", statePath.c_str(), 1);
+    std::vector<std::string> args = {"install", "--state", statePath, "--config", options.config};
+    if (!options.utility) args.push_back("--no-utility");
+    std::string output;
+    if (RunSim(args, &output) != 0) {
+        ADD_FAILURE() << "qdmsim install failed: " << output;
+        return "";
+    }
+    PrependToPath(kSimBinDir);
+    return statePath;
+}
+
+std::string DemoState() { return ReadFile(std::string(QDM_SOURCE_DIR) + "/sim/demo/server.json"); }
+
+size_t SimCallCount(const std::string& verb) {
+    std::string output;
+    std::vector<std::string> args = {"calls"};
+    if (!verb.empty()) args.push_back(verb);
+    if (RunSim(args, &output) != 0) return 0;
+    return static_cast<size_t>(std::strtoul(output.c_str(), nullptr, 10));
+}
+
+void SimResetCalls() { RunSim({"calls", "--reset"}); }
+
+bool SimFault(const std::string& verb, const std::string& mode, int times) {
+    std::vector<std::string> args = {"fault", verb, mode};
+    if (times > 0) args.insert(args.end(), {"--times", std::to_string(times)});
+    return RunSim(args) == 0;
+}
+
+std::string SimGet(const std::string& key) {
+    std::string output;
+    return RunSim({"state", "get", key}, &output) == 0 ? TrimEnd(output) : "";
+}
+
+bool SimSet(const std::string& key, const std::string& jsonValue) {
+    return RunSim({"state", "set", key, jsonValue}) == 0;
+}
+
+bool BuildFirmwareModule(const std::string& out, const std::string& uniqueName,
+                         const std::vector<std::string>& extra) {
+    std::vector<std::string> args = {"--out", out, "--name", uniqueName};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return Build("build-firmware", args);
+}
+
+bool BuildDriverModule(const std::string& out, const std::string& version,
+                       const std::vector<std::string>& extra) {
+    std::vector<std::string> args = {"--out", out, "--version", version};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return Build("build-driver", args);
+}
+
+bool BuildUtilityModule(const std::string& out, const std::string& version,
+                        const std::vector<std::string>& extra) {
+    std::vector<std::string> args = {"--out", out, "--version", version};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return Build("build-utility", args);
+}
+
+}  // namespace qdmtest
