@@ -86,17 +86,19 @@ measure() {
 # by name, into $processes ("ports label program count"), and how often it
 # opens the adapter listing and the attribute caches, into $opens.
 trace_run() {
-    local ports=$1 label=$2 log=$scratch/strace
+    local ports=$1 label=$2 logs=$scratch/strace
     shift 2
     command -v strace >/dev/null || return 0
-    strace -f -qq -e trace=execve,openat -e signal=none -o "$log" "$@" >/dev/null 2>&1 || true
-    grep -o 'execve("[^"]*"' "$log" | sed 's/^execve("//; s/"$//' | xargs -r -n1 basename |
+    rm -rf "$logs" && mkdir -p "$logs"
+    # One file per process, so no call is split by another process's output.
+    strace -ff -qq -e trace=execve,openat -e signal=none -o "$logs/trace" "$@" >/dev/null 2>&1 || true
+    cat "$logs"/trace.* | grep '^execve(.* = 0$' | sed 's/^execve("//; s/".*//' | xargs -r -n1 basename |
         sort | uniq -c | while read -r count program; do
             printf '%s\t%s\t%s\t%s\n' "$ports" "$label" "$program" "$count"
         done >>"$processes"
     printf '%s\t%s\t%s\t%s\n' "$ports" "$label" \
-        "$(grep -c 'openat(.*/Listhbas.txt"' "$log" || true)" \
-        "$(grep -c 'openat(.*/HbaAttrib[^"]*.txt"' "$log" || true)" >>"$opens"
+        "$(cat "$logs"/trace.* | grep -c '^openat(.*/Listhbas.txt"' || true)" \
+        "$(cat "$logs"/trace.* | grep -c '^openat(.*/HbaAttrib[^"]*.txt"' || true)" >>"$opens"
 }
 
 drop_work_area() { rm -rf "$1/tmp/EMULEX" "$1/log"; }

@@ -93,7 +93,9 @@ bool ValidateArchive(const std::string& archive, std::string* problem) {
         }
     }
     if (result != ARCHIVE_EOF) {
-        *problem = std::string("unreadable archive: ") + archive_error_string(reader.get());
+        // libarchive gives no text for some damaged archives.
+        const char* reason = archive_error_string(reader.get());
+        *problem = std::string("unreadable archive: ") + (reason ? reason : "unknown error");
         return false;
     }
     return true;

@@ -78,6 +78,33 @@ bool RunDepmod() {
     return true;
 }
 
+bool IsBeingUpdated(int progress) { return progress >= kUpdateWindowFirst && progress <= kUpdateWindowLast; }
+
+// While the module is being updated the adapter is not asked.
+std::string VersionDuringUpdate(CEMULEX_Driver& driver, const std::string& wwpn) {
+    const std::string updating = driver.GetUpdateVersion();
+    const std::string previous = driver.GetPrevVendorVersion();
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO,
+                              "CEMULEX_Driver::GetOperatingVersion() Update processing [%s] %s or %s", wwpn.c_str(),
+                              updating.c_str(), previous.c_str());
+    return updating.empty() ? previous : updating;
+}
+
+// The adapter's driver version in the module's format; a failed read drops
+// the attribute cache so that the next reading asks the adapter afresh.
+std::string ReadAdapterVersion(CEMULEX_Driver& driver, const std::string& wwpn) {
+    std::string value;
+    const int status = CEmulexCommon::GetHbaAttribData(wwpn, "Driver Version", value);
+    if (status == 0) {
+        CStringUtil::strTrimAll(value, value);
+        return driver.FormatVersionString(value);
+    }
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR,
+                              "CEMULEX_Driver::GetOperatingVersion() GetHbaAttribData return:%d", status);
+    CEmulexCommon::DeleteHbaAttribCache(wwpn);
+    return kAbnormal;
+}
+
 }  // namespace
 
 CEMULEX_Driver::CEMULEX_Driver(std::string first, std::string second, std::string wwpn)
@@ -98,29 +125,8 @@ void CEMULEX_Driver::SetWWPNorMac(std::string value) { wwpn = std::move(value); 
 std::string CEMULEX_Driver::GetOperatingVersion() {
     TraceFunc("CEMULEX_Driver::GetOperatingVersion() [START]");
     std::string result = kAbnormal;
-    const int progress = GetUpdateProgress();
-    if (wwpn.empty()) {
-        // No port identity: nothing to ask the adapter about.
-    } else if (progress >= kUpdateWindowFirst && progress <= kUpdateWindowLast) {
-        // While this module is being updated the adapter is not asked.
-        const std::string previous = GetPrevVendorVersion();
-        CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO,
-                                  "CEMULEX_Driver::GetOperatingVersion() Update processing [%s] %s or %s", wwpn.c_str(),
-                                  updateVersion.c_str(), previous.c_str());
-        result = updateVersion.empty() ? previous : updateVersion;
-    } else {
-        std::string value;
-        const int status = CEmulexCommon::GetHbaAttribData(wwpn, "Driver Version", value);
-        if (status == 0) {
-            CStringUtil::strTrimAll(value, value);
-            result = FormatVersionString(value);
-        } else {
-            CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR,
-                                      "CEMULEX_Driver::GetOperatingVersion() GetHbaAttribData return:%d", status);
-            // The next reading must ask the adapter afresh.
-            CEmulexCommon::DeleteHbaAttribCache(wwpn);
-        }
-    }
+    if (!wwpn.empty())
+        result = IsBeingUpdated(GetUpdateProgress()) ? VersionDuringUpdate(*this, wwpn) : ReadAdapterVersion(*this, wwpn);
     TraceFunc("CEMULEX_Driver::GetOperatingVersion() [END]");
     return result;
 }

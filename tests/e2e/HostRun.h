@@ -67,6 +67,7 @@ protected:
     // Updates for the single-port 8G firmware and the 16G firmware, the
     // driver and the utility; the dual-port 8G firmware is already current.
     void BuildDemoRepository(const std::vector<std::string>& extraFirmwareOptions = {}) {
+        qdmtest::WriteFile(repo_ + "/README", "demo repository\n");
         std::vector<std::string> fw8 = {"--firmware", "2.02a5", "--bootbios", "5.12a3", "--message"};
         std::vector<std::string> fw16 = {"--firmware", "11.4.204.8", "--message"};
         fw8.insert(fw8.end(), extraFirmwareOptions.begin(), extraFirmwareOptions.end());

@@ -71,8 +71,6 @@ public:
         Track(path);
         ::mkdir(path.c_str(), 0755);
     }
-    // Forgets nothing: also for paths the code under test creates.
-    void Remember(const std::string& path) { Track(path); }
 
 private:
     // Records the outermost missing ancestor first so that it goes last.

@@ -233,9 +233,4 @@ TEST_F(DriverUpdateTest, ApplyCheckReports0009ForUnreadableAndMismatchedVersions
     EXPECT_EQ((std::vector<std::string>{"driv", "abnormal", "12.0.193.13"}), Messages().back().inserts);
 }
 
-TEST_F(DriverUpdateTest, PreUpdateDoesNothing) {
-    EXPECT_EQ(0, driver_.PreUpdate("dev", module_, &files_, false));
-    EXPECT_FALSE(qdmtest::Exists(unzipFolder_));
-}
-
 }  // namespace

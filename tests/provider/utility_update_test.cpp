@@ -154,12 +154,4 @@ TEST_F(UtilityUpdateTest, ArchitectureSelectsThePackageFolder) {
     }
 }
 
-TEST_F(UtilityUpdateTest, UnusableModuleFailsWithUnzipError) {
-    qdmtest::WriteFile(module_, "not a zip archive");
-    EXPECT_FALSE(utility_.OCMUpdate("dev", module_, &files_, false));
-    EXPECT_EQ(26u, CEmulexCommon::GetLastError());
-    ASSERT_EQ(1u, Messages().size());
-    EXPECT_EQ((std::vector<std::string>{"ocm", "1a"}), Messages()[0].inserts);
-}
-
 }  // namespace

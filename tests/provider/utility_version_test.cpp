@@ -37,8 +37,6 @@ protected:
     std::string versionFile_, runLog_;
 };
 
-TEST_F(UtilityVersionTest, ModuleIsNamedOcm) { EXPECT_EQ("ocm", utility_.GetModuleName()); }
-
 TEST_F(UtilityVersionTest, CacheIsReusedUpTo3599SecondsAndRefreshedFrom3600) {
     InstallTool();
     struct Case {
@@ -146,13 +144,6 @@ TEST_F(UtilityVersionTest, BackupAndRestoreDeleteTheirFiles) {
     EXPECT_EQ(0, utility_.UpdateRestore(""));
     EXPECT_FALSE(qdmtest::Exists(installOutput));
     EXPECT_FALSE(qdmtest::Exists(versionFile_));
-}
-
-TEST_F(UtilityVersionTest, UpdateStepChangesNothing) {
-    qdmtest::WriteFile(temp_ + "/temp_ocm_install.txt", "x");
-    EXPECT_EQ(0, utility_.Update("dev", root_ + "/missing.zip", nullptr, false));
-    EXPECT_TRUE(qdmtest::Exists(temp_ + "/temp_ocm_install.txt"));
-    EXPECT_FALSE(qdmtest::Exists(temp_ + "/tmp"));
 }
 
 }  // namespace
