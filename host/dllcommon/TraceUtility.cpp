@@ -44,11 +44,10 @@ std::string Timestamp() {
     return text;
 }
 
-// Creates <root>/log; a failure shows later as an unopenable file.
+// Creates <root>/log but never the root itself: a line traced after the
+// root was removed is dropped. A failure shows later as an unopenable file.
 std::string LogFolder() {
-    std::string folder = qdmhost::InstallRoot();
-    ::mkdir(folder.c_str(), 0755);
-    folder += "/log";
+    std::string folder = qdmhost::InstallRoot() + "/log";
     ::mkdir(folder.c_str(), 0755);
     return folder;
 }
