@@ -57,24 +57,27 @@ JSON
 
 # ---- One measurement ----------------------------------------------------------
 
-# Runs CMD... once and appends one row to $results: wall milliseconds, peak
-# RSS of the largest process (KiB), exit status and the tool calls it made.
+# Runs CMD... once and appends one row to $results: wall microseconds, peak
+# RSS of the largest process (KiB), CPU milliseconds of the whole process
+# tree (user + system), exit status and the tool calls it made.
 measure() {
     local ports=$1 label=$2 run=$3
     shift 3
     "$qdmsim" calls --reset >/dev/null
     local start end rc=0
     start=$(date +%s%N)
-    /usr/bin/time -f '%M' -o "$scratch/rss" "$@" >"$scratch/out" 2>"$scratch/err" || rc=$?
+    /usr/bin/time -f '%M %U %S' -o "$scratch/usage" "$@" >"$scratch/out" 2>"$scratch/err" || rc=$?
     end=$(date +%s%N)
     if [[ $rc -ne 0 ]]; then
         echo "bench: $label ($ports ports) exited $rc:" >&2
         tail -5 "$scratch/err" >&2
     fi
+    local rss user system
+    read -r rss user system < <(tail -1 "$scratch/usage")
     local calls=$scratch/calls
     cp "$state_path.calls" "$calls" 2>/dev/null || : >"$calls"
-    printf '%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\n' "$ports" "$label" "$run" \
-        $(( (end - start) / 1000 )) "$(tail -1 "$scratch/rss")" "$rc" \
+    printf '%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\n' "$ports" "$label" "$run" \
+        $(( (end - start) / 1000 )) "$rss" "$(awk -v u="$user" -v s="$system" 'BEGIN {printf "%d", (u + s) * 1000}')" "$rc" \
         "$(grep -c '^hbacmd listhbas' "$calls" || true)" \
         "$(grep -c '^hbacmd HbaAttributes' "$calls" || true)" \
         "$(grep -c '^hbacmd version' "$calls" || true)" \
@@ -103,8 +106,8 @@ trace_run() {
 
 drop_work_area() { rm -rf "$1/tmp/EMULEX" "$1/log"; }
 
-# Cold: fresh work area before every run. Warm: the previous run (within the
-# hour) left the caches, so only the first warm run follows a cold one.
+# Cold: a fresh work area. Warm: right after a cold run, within the hour, so
+# the caches it left are used.
 measure_server() {
     local ports=$1 root=$scratch/root-$1 plain_work=$scratch/plain-$1 report_out=$scratch/report-$1
     make_install_root "$root"

@@ -58,6 +58,8 @@ run_target() {
         return
     fi
     local corpus=$build/corpus/$target artifacts=$build/artifacts/$target/ scratch=$build/scratch/$target
+    # A crashed earlier run leaves its folder behind; start clean.
+    rm -rf "$scratch"
     mkdir -p "$corpus" "$artifacts" "$scratch"
     local options=(-max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048
                    -artifact_prefix="$artifacts" -print_final_stats=1)

@@ -35,7 +35,8 @@ TEST_F(UpdateTest, FullCycleEndsCurrent) {
 
     e2e::HostRun inventory = Host({"--json", "inventory"});
     ASSERT_EQ(inventory.exitCode, 0) << inventory.err;
-    for (const json& port : inventory.Json()["ports"])
+    json ports = inventory.Json()["ports"];
+    for (const json& port : ports)
         for (const json& module : port["modules"])
             EXPECT_EQ(module["status"], "current") << port["deviceId"] << " " << module["kind"];
     EXPECT_EQ(inventory.Json()["ports"][0]["bootBios"], "5.12a3");
