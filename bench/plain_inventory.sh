@@ -42,6 +42,7 @@ value_of utility "Command Line Interface Version" "$version_file"
 utility=${utility%% *}
 
 printf '%-24s %-14s %-14s %-14s %s\n' WWPN firmware bootbios driver utility
+firmware="" bootbios="" driver=""  # set by value_of
 for wwpn in "${wwpns[@]}"; do
     attributes=$work/HbaAttrib${wwpn//:/-}.txt
     "$hbacmd" HbaAttributes "$wwpn" >"$attributes"

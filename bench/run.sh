@@ -59,30 +59,40 @@ JSON
 
 # Runs CMD... once and appends one row to $results: wall microseconds, peak
 # RSS of the largest process (KiB), CPU milliseconds of the whole process
-# tree (user + system), exit status and the tool calls it made.
+# tree (user + system, from the shell's own child times, which unlike
+# time(1) count to the millisecond), exit status and the tool calls it made.
+# Nothing forks between the two readings but time(1) and CMD.
 measure() {
     local ports=$1 label=$2 run=$3
     shift 3
     "$qdmsim" calls --reset >/dev/null
     local start end rc=0
-    start=$(date +%s%N)
-    /usr/bin/time -f '%M %U %S' -o "$scratch/usage" "$@" >"$scratch/out" 2>"$scratch/err" || rc=$?
-    end=$(date +%s%N)
+    times >"$scratch/times-before"
+    start=${EPOCHREALTIME/./}
+    /usr/bin/time -f '%M' -o "$scratch/rss" "$@" >"$scratch/out" 2>"$scratch/err" || rc=$?
+    end=${EPOCHREALTIME/./}
+    times >"$scratch/times-after"
     if [[ $rc -ne 0 ]]; then
         echo "bench: $label ($ports ports) exited $rc:" >&2
         tail -5 "$scratch/err" >&2
     fi
-    local rss user system
-    read -r rss user system < <(tail -1 "$scratch/usage")
     local calls=$scratch/calls
     cp "$state_path.calls" "$calls" 2>/dev/null || : >"$calls"
     printf '%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\t%s\n' "$ports" "$label" "$run" \
-        $(( (end - start) / 1000 )) "$rss" "$(awk -v u="$user" -v s="$system" 'BEGIN {printf "%d", (u + s) * 1000}')" "$rc" \
+        $((end - start)) "$(tail -1 "$scratch/rss")" "$(children_cpu_ms)" "$rc" \
         "$(grep -c '^hbacmd listhbas' "$calls" || true)" \
         "$(grep -c '^hbacmd HbaAttributes' "$calls" || true)" \
         "$(grep -c '^hbacmd version' "$calls" || true)" \
         "$(grep -c '^hbacmd' "$calls" || true)" \
         "$(grep -c '^lspci' "$calls" || true)" >>"$results"
+}
+
+# Children's user + system time between the two readings of measure(); the
+# second line of `times` holds them as "XmY.YYYs XmY.YYYs".
+children_cpu_ms() {
+    awk 'FNR == 2 { for (i = 1; i <= 2; i++) { split($i, part, "m"); cpu[FILENAME] += part[1] * 60 + part[2] } }
+         END { printf "%d", (cpu[ARGV[2]] - cpu[ARGV[1]]) * 1000 + 0.5 }' \
+        "$scratch/times-before" "$scratch/times-after"
 }
 
 # One untimed run of CMD... under strace: every program it executes, counted
