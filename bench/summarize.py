@@ -281,7 +281,7 @@ class Report:
         out += markdown_table(*self.time_table())
         out += ["", "## Processes, files and memory", "",
                 "Tool calls from the simulator's call log (range over the runs); programs executed and file opens "
-                "from one extra untimed run under `strace -f`; peak RSS is that of the largest process "
+                "from one extra untimed run under `strace -ff`; peak RSS is that of the largest process "
                 "(`/usr/bin/time`).", ""]
         out += markdown_table(*self.resource_table())
         failures = self.failures()

@@ -1,5 +1,6 @@
 #include "CFC_EMULEX_8G_2P_Vendor.h"
 
+#include <cctype>
 #include <cstring>
 #include <fstream>
 #include <new>
@@ -22,6 +23,15 @@ const std::size_t kIdsLength = 19;
 // The PCI slot address: the device identifier up to its first "-".
 std::string SlotOfDeviceId(const std::string& deviceId) { return deviceId.substr(0, deviceId.find('-')); }
 
+// The slot goes to the shell unquoted: only a PCI address ([domain:]bus:dev.fn
+// in hexadecimal) is let through.
+bool IsPciSlotAddress(const std::string& slot) {
+    if (slot.empty()) return false;
+    for (unsigned char c : slot)
+        if (!std::isxdigit(c) && c != ':' && c != '.') return false;
+    return true;
+}
+
 // The identifier text of the file's first bytes: up to the first NUL, at most
 // kIdsLength characters, lower case.
 std::string IdsFromBytes(const char* bytes, std::size_t count) {
@@ -40,7 +50,12 @@ std::string ReadIdsFile() {
 // Vendor, device, subsystem vendor and subsystem device of the slot's
 // adapter, e.g. 10df_f100_10df_f100; empty when lspci fails.
 std::string ReadPciIds(const std::string& deviceId) {
-    const std::string command = std::string("lspci -nms ") + SlotOfDeviceId(deviceId) + " " +
+    const std::string slot = SlotOfDeviceId(deviceId);
+    if (!IsPciSlotAddress(slot)) {
+        CTraceUtility::WriteDebug("fc", CTraceUtility::TRACE_ERROR, "Not a PCI slot address [%s]", slot.c_str());
+        return std::string();
+    }
+    const std::string command = std::string("lspci -nms ") + slot + " " +
                                 "| cut -d \" \" -f3,4,6,7 | sed -e s/'\" \"'/_/g -e s/'\"'//g" + " > " +
                                 kIdsFile;
     CTraceUtility::WriteDebug("fc", CTraceUtility::TRACE_INFO, "ExecForeignModule cmd:[%s]", command.c_str());

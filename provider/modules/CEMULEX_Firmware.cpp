@@ -11,6 +11,7 @@
 #include "StringUtil.h"
 #include "TraceUtility.h"
 #include "UnzipUtility.h"
+#include "UpdateModuleUnpack.h"
 
 namespace {
 
@@ -94,28 +95,19 @@ bool SelectImages(const std::string& uniqueName, const std::string& folder, std:
     return TakeOnlyImage(found, "firmware", firmwareImage);
 }
 
-// ---- Work folder -------------------------------------------------------
-
-bool UnpackIntoWorkFolder(const std::string& updateModule, const std::string& workFolder,
-                          std::list<std::string>* messages) {
-    if (!CUnzip_Utility::DeleteFolder(workFolder, kTrace)) {
-        CEmulexCommon::SetLastError(28);
-        return false;
-    }
-    if (!CFileUtility::CreateFolder(workFolder)) {
-        CEmulexCommon::SetLastError(19);
-        CTraceUtility::WriteDebug(kTrace, kError, "Failed to get create unzip folder");
-        return false;
-    }
-    std::string unzipOutput;
-    if (!CUnzip_Utility::UpdateModuleUnzip(updateModule, messages, workFolder, &unzipOutput, kTrace)) {
-        CEmulexCommon::SetLastError(26);
-        return false;
-    }
-    return true;
-}
-
 // ---- Running the tool --------------------------------------------------
+
+// The WWPN comes from the adapter list and the image names from the archive;
+// all three reach the shell, so anything but plain text is refused (29).
+bool IsCommandTextPlain(const std::string& wwpn, const std::string& biosImage, const std::string& firmwareImage) {
+    if (emulex_update::IsPlainCommandText(wwpn) && emulex_update::IsPlainCommandText(biosImage) &&
+        emulex_update::IsPlainCommandText(firmwareImage))
+        return true;
+    CEmulexCommon::SetLastError(29);
+    CTraceUtility::WriteDebug(kTrace, kError, "Download command refused, unsafe text in [%s] [%s] [%s]", wwpn.c_str(),
+                              biosImage.c_str(), firmwareImage.c_str());
+    return false;
+}
 
 std::string DownloadOutputFile() { return FirmwareWorkFolder() + "/" + kDownloadOutputName; }
 
@@ -368,13 +360,16 @@ bool CEMULEX_Firmware::FwUpdate(std::string updateModule, std::string workFolder
         CTraceUtility::WriteDebug(kTrace, kInfo, "CheckPCIInfo is false. FwUpdate is skipped");
         return leave(true);
     }
-    if (!UnpackIntoWorkFolder(updateModule, workFolder, messages)) return leave(false);
+    // The firmware module reports a failed unpack through PreUpdate alone.
+    if (!emulex_update::UnpackUpdateModule(updateModule, messages, workFolder)) return leave(false);
 
     std::string biosImage;
     std::string firmwareImage;
     bool exitTraced = false;
     if (!SelectImages(uniqueName, workFolder, &biosImage, &firmwareImage, &exitTraced))
         return exitTraced ? false : leave(false);
+
+    if (!IsCommandTextPlain(wwpn, biosImage, firmwareImage)) return leave(false);
 
     CTraceUtility::WriteDebug(kTrace, kInfo, "bios update file name(%s).", biosImage.c_str());
     if (!biosImage.empty() &&

@@ -57,15 +57,16 @@ bool RefreshVersionCache(const std::string& path) {
 }
 
 // Text after the first ":" of the first line naming the command-line
-// interface; empty when there is none.
-std::string VersionFromVersionOutput(std::istream& in) {
+// interface (empty without a ":"); false when no line names it.
+bool VersionFromVersionOutput(std::istream& in, std::string* version) {
     std::string line;
     while (std::getline(in, line)) {
         if (line.empty() || line.find("Command Line Interface") == std::string::npos) continue;
         const std::string::size_type colon = line.find(':');
-        return colon == std::string::npos ? std::string() : line.substr(colon + 1);
+        *version = colon == std::string::npos ? std::string() : line.substr(colon + 1);
+        return true;
     }
-    return std::string();
+    return false;
 }
 
 std::string ReadVersionFile(const std::string& path) {
@@ -75,9 +76,10 @@ std::string ReadVersionFile(const std::string& path) {
                                   path.c_str());
         return std::string();
     }
-    std::string version = VersionFromVersionOutput(in);
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "CEMULEX_OCM_Utility::GetOperatingVersion() strRetVal:%s",
-                              version.c_str());
+    std::string version;
+    if (VersionFromVersionOutput(in, &version))
+        CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "CEMULEX_OCM_Utility::GetOperatingVersion() strRetVal:%s",
+                                  version.c_str());
     return version;
 }
 
@@ -158,7 +160,8 @@ std::string ArchitecturePackageFolder(const std::string& unzipFolder) {
     const std::string architecture =
         emulex_update::PackageArchitectureFolder(CCommon_Information::GetArchitectureInfo(kTrace));
     if (!architecture.empty()) return unzipFolder + "/" + architecture;
-    // No last error and no operator message here, as the shipped module does.
+    // No last error and no operator message of its own: PreUpdate's failure
+    // line with the unchanged last error is all this case reports.
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR, "Failed to get os architecture.");
     return std::string();
 }
@@ -176,7 +179,10 @@ bool ReplaceUtility(const std::string& packageFolder) {
 
 bool InstallFromModule(const std::string& updateModule, std::list<std::string>* files) {
     const std::string unzipFolder = CEmulexCommon::TempFilePath(kUnzipFolder);
-    if (!emulex_update::UnpackUpdateModule(updateModule, files, unzipFolder, kModuleWord)) return false;
+    if (!emulex_update::UnpackUpdateModule(updateModule, files, unzipFolder)) {
+        CTraceUtility::WriteTrace(kTrace, "MSGID_EMULEX_FC_0004_F", kModuleWord, CEmulexCommon::GetLastErrorToChractor());
+        return false;
+    }
     const std::string packageFolder = ArchitecturePackageFolder(unzipFolder);
     return !packageFolder.empty() && ReplaceUtility(packageFolder);
 }

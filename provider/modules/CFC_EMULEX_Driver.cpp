@@ -53,17 +53,6 @@ void DeleteResultFile() {
                                   path.c_str());
 }
 
-// The package name goes into a shell command line, so only plain file-name
-// characters are accepted from the update module.
-bool IsPlainFileName(const std::string& name) {
-    for (char c : name) {
-        const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-                           c == '_' || c == '-' || c == '+';
-        if (!plain) return false;
-    }
-    return !name.empty();
-}
-
 // A directory opens for reading but fails on the first read, so one byte is read.
 bool IsReadableFile(const std::string& path) {
     std::FILE* file = std::fopen(path.c_str(), "r");
@@ -100,7 +89,7 @@ const char* FindDriverPackage(const std::string& unzipFolder, std::string& packa
         return kNoPackageId;
     }
     package = folder + "/" + found.front();
-    if (!IsPlainFileName(found.front()) || !IsReadableFile(package)) {
+    if (!emulex_update::IsPlainCommandText(found.front()) || !IsReadableFile(package)) {
         CEmulexCommon::SetLastError(29);
         CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR, "No %s", package.c_str());
         return kUpdateFailedId;  // 0004, not 0005: the package exists but cannot be used
@@ -152,12 +141,13 @@ int CFC_EMULEX_Driver::Update(std::string, std::string updateModule, std::list<s
     std::string package;
     if (IsDriverUpdateSkipped()) {
         result = 0;
-    } else if (!emulex_update::UnpackUpdateModule(updateModule, files, unzipFolder, kModuleWord)) {
-        result = 1;
+    } else if (!emulex_update::UnpackUpdateModule(updateModule, files, unzipFolder)) {
+        result = ReportFailure(kUpdateFailedId);
     } else if (const char* failure = FindDriverPackage(unzipFolder, package)) {
         result = ReportFailure(failure);
     } else if (!InstallPackage(package)) {
-        // No message here and the unzip folder stays, as the shipped module does.
+        // No message, and the unpacked package stays: rpm's output in the
+        // result file and the package itself are what is looked at next.
         result = 1;
     } else {
         DepmodExecute(false, true, false);  // the package is installed whatever depmod says

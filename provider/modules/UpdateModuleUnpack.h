@@ -1,6 +1,8 @@
 #pragma once
-// Steps that the driver and utility modules share when they unpack an update
-// module into the common work folder "tmp".
+// Steps that the firmware, driver and utility modules share when they unpack
+// an update module into a work folder and take names out of it.
+#include <cctype>
+#include <cstring>
 #include <list>
 #include <string>
 
@@ -20,24 +22,35 @@ inline std::string PackageArchitectureFolder(const std::string& machine) {
     return "";
 }
 
+// Image and package names come from the archive and WWPNs from tool output;
+// both end up in shell command lines, so only letters, digits and the marks
+// that such names use are let through.
+inline bool IsPlainCommandText(const std::string& text) {
+    for (unsigned char c : text)
+        if (!std::isalnum(c) && (c == '\0' || std::strchr("._-+:", c) == nullptr)) return false;
+    return true;
+}
+
 // Empties `folder` and unpacks the archive into it. On failure the last error
-// is set, the operator is told under `moduleWord`, and false is returned.
+// tells the step (28 removing, 19 creating, 26 unpacking) and false is
+// returned; the operator message, if any, is the caller's.
 inline bool UnpackUpdateModule(const std::string& archive, std::list<std::string>* files,
-                               const std::string& folder, const char* moduleWord) {
-    unsigned long error = 0;
-    std::string unzipOutput;
+                               const std::string& folder) {
     if (!CUnzip_Utility::DeleteFolder(folder, "fc")) {
-        error = 28;
-    } else if (!CFileUtility::CreateFolder(folder)) {
-        error = 19;
-        CTraceUtility::WriteDebug("fc", CTraceUtility::TRACE_ERROR, "Failed to get create unzip folder");
-    } else if (!CUnzip_Utility::UpdateModuleUnzip(archive, files, folder, &unzipOutput, "fc")) {
-        error = 26;
+        CEmulexCommon::SetLastError(28);
+        return false;
     }
-    if (error == 0) return true;
-    CEmulexCommon::SetLastError(error);
-    CTraceUtility::WriteTrace("fc", "MSGID_EMULEX_FC_0004_F", moduleWord, CEmulexCommon::GetLastErrorToChractor());
-    return false;
+    if (!CFileUtility::CreateFolder(folder)) {
+        CEmulexCommon::SetLastError(19);
+        CTraceUtility::WriteDebug("fc", CTraceUtility::TRACE_ERROR, "Failed to get create unzip folder");
+        return false;
+    }
+    std::string unzipOutput;
+    if (!CUnzip_Utility::UpdateModuleUnzip(archive, files, folder, &unzipOutput, "fc")) {
+        CEmulexCommon::SetLastError(26);
+        return false;
+    }
+    return true;
 }
 
 }  // namespace emulex_update

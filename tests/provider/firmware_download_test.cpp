@@ -196,6 +196,27 @@ TEST_F(FirmwareDownloadTest, UnremovableWorkFolderFailsAfterTheFlash) {
     EXPECT_TRUE(HasDebug("Failed to get delete update module folder(" + WorkFolder() + ")"));
 }
 
+TEST_F(FirmwareDownloadTest, UnsafeCommandTextNeverReachesTheShell) {
+    struct Row {
+        const char* wwpn;
+        const char* image;
+    } rows[] = {
+        {kWwpn, "fw$(touch pwned).grp"},    // command substitution in an archive name
+        {"10:00;touch pwned", "fw.grp"},     // command separator in the listed WWPN
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.image);
+        CFC_EMULEX_16G_Firmware module(kFunction0, row.wwpn);
+        module.SetUniqueName(firmwaretest::k16GName);
+        std::list<std::string> files;
+        EXPECT_FALSE(module.FwUpdate(MakeModule("m.zip", {{row.image, k16GImage}}), WorkFolder(), firmwaretest::kHbacmd,
+                                     &files, false));
+        EXPECT_EQ(29u, CEmulexCommon::GetLastError());
+        EXPECT_TRUE(HasDebugContaining("Download command refused, unsafe text in ["));
+        EXPECT_TRUE(Calls("Download").empty());
+    }
+}
+
 TEST_F(FirmwareDownloadTest, UnknownPciLocationFailsWithThirteen) {
     CFC_EMULEX_16G_Firmware module("not-a-pci-address", kWwpn);
     module.SetUniqueName(firmwaretest::k16GName);

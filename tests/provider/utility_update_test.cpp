@@ -115,6 +115,15 @@ TEST_F(UtilityUpdateTest, MissingUninstallScriptRunsNothing) {
     EXPECT_TRUE(HasDebug("Failed to find update module.There is not uninstall.sh file."));
 }
 
+TEST_F(UtilityUpdateTest, UnusableModuleIsReportedUnderTheUtilitysWord) {
+    qdmtest::WriteFile(module_, "not a zip archive");
+    EXPECT_FALSE(utility_.OCMUpdate("dev", module_, &files_, false));
+    EXPECT_EQ(26u, CEmulexCommon::GetLastError());
+    ASSERT_EQ(1u, Messages().size());
+    EXPECT_EQ("MSGID_EMULEX_FC_0004_F", Messages()[0].id);
+    EXPECT_EQ((std::vector<std::string>{"ocm", "1a"}), Messages()[0].inserts);
+}
+
 TEST_F(UtilityUpdateTest, FailingChmodDoesNotStopTheUpdate) {
     bin_.Add("chmod", "exit 1\n");
     EXPECT_TRUE(RunUpdate(Package("x64")));

@@ -115,6 +115,12 @@ TEST_F(ModelVendorTest, DualPortKeyIsCutToFourIdentifiers) {
     }
 }
 
+TEST_F(ModelVendorTest, DualPortKeyRefusesASlotThatIsNoPciAddress) {
+    CFC_EMULEX_8G_2P_Vendor vendor("03:00.0;touch pwned-xyz");
+    EXPECT_FALSE(qdmtest::Exists(root_ + "/lspci_args"));  // lspci never ran
+    EXPECT_EQ(vendor.GetModelKey(), "fcelx_8g2p_");
+}
+
 namespace {
 
 struct LinkRow {
