@@ -7,13 +7,12 @@
 #include "CEmulexCommon.h"
 #include "StringUtil.h"
 #include "TraceUtility.h"
+#include "UpdateWindow.h"
 
 namespace {
 
 const char kTrace[] = "fc";
 const char kAbnormal[] = "abnormal";
-const int kUpdateWindowFirst = 25;
-const int kUpdateWindowLast = 84;
 
 void TraceFunc(const char* text) { CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "%s", text); }
 
@@ -78,16 +77,12 @@ bool RunDepmod() {
     return true;
 }
 
-bool IsBeingUpdated(int progress) { return progress >= kUpdateWindowFirst && progress <= kUpdateWindowLast; }
-
 // While the module is being updated the adapter is not asked.
 std::string VersionDuringUpdate(CEMULEX_Driver& driver, const std::string& wwpn) {
-    const std::string updating = driver.GetUpdateVersion();
-    const std::string previous = driver.GetPrevVendorVersion();
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO,
                               "CEMULEX_Driver::GetOperatingVersion() Update processing [%s] %s or %s", wwpn.c_str(),
-                              updating.c_str(), previous.c_str());
-    return updating.empty() ? previous : updating;
+                              driver.GetUpdateVersion().c_str(), driver.GetPrevVendorVersion().c_str());
+    return emulex_update::VersionDuringUpdate(driver);
 }
 
 // The adapter's driver version in the module's format; a failed read drops
@@ -126,7 +121,7 @@ std::string CEMULEX_Driver::GetOperatingVersion() {
     TraceFunc("CEMULEX_Driver::GetOperatingVersion() [START]");
     std::string result = kAbnormal;
     if (!wwpn.empty())
-        result = IsBeingUpdated(GetUpdateProgress()) ? VersionDuringUpdate(*this, wwpn) : ReadAdapterVersion(*this, wwpn);
+        result = emulex_update::IsUpdateInProgress(GetUpdateProgress()) ? VersionDuringUpdate(*this, wwpn) : ReadAdapterVersion(*this, wwpn);
     TraceFunc("CEMULEX_Driver::GetOperatingVersion() [END]");
     return result;
 }

@@ -12,6 +12,7 @@
 #include "TraceUtility.h"
 #include "UnzipUtility.h"
 #include "UpdateModuleUnpack.h"
+#include "UpdateWindow.h"
 
 namespace {
 
@@ -208,10 +209,10 @@ std::string CEMULEX_Firmware::GetOperatingVersion() {
     std::string version;
     if (wwpn.empty()) {
         version = emulex_firmware::kAbnormal;
-    } else if (emulex_firmware::IsUpdateInProgress(GetUpdateProgress())) {
+    } else if (emulex_update::IsUpdateInProgress(GetUpdateProgress())) {
         CTraceUtility::WriteDebug(kTrace, kInfo, "CEMULEX_Firmware::GetOperatingVersion() Update processing [%s] %s or %s",
                                   wwpn.c_str(), updateVersion.c_str(), GetPrevVendorVersion().c_str());
-        version = emulex_firmware::VersionDuringUpdate(*this);
+        version = emulex_update::VersionDuringUpdate(*this);
     } else {
         std::string raw;
         const int result = CEmulexCommon::GetHbaAttribData(wwpn, "FW Version", raw);

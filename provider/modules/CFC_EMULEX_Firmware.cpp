@@ -4,6 +4,7 @@
 #include "FirmwareSupport.h"
 #include "StringUtil.h"
 #include "TraceUtility.h"
+#include "UpdateWindow.h"
 
 namespace {
 
@@ -32,11 +33,11 @@ std::string CFC_EMULEX_Firmware::GetBootBiosVersion() {
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CFC_EMULEX_Firmware::GetBootBiosVersion() [%s] [%s] [START]",
                               deviceName.c_str(), wwpn.c_str());
     std::string version = emulex_firmware::kAbnormal;
-    if (emulex_firmware::IsUpdateInProgress(GetUpdateProgress())) {
+    if (emulex_update::IsUpdateInProgress(GetUpdateProgress())) {
         CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO,
                                   "CFC_EMULEX_Firmware::GetBootBiosVersion() Update processing [%s] %s or %s", wwpn.c_str(),
                                   updateVersion.c_str(), GetPrevVendorVersion().c_str());
-        version = emulex_firmware::VersionDuringUpdate(*this);
+        version = emulex_update::VersionDuringUpdate(*this);
     } else {
         std::string raw;
         const int result = CEmulexCommon::GetHbaAttribData(wwpn, "Boot Version", raw);

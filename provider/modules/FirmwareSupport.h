@@ -10,16 +10,6 @@ namespace emulex_firmware {
 
 const char kAbnormal[] = "abnormal";
 
-// While the host runs this module's update (progress 25..84) the adapter is
-// busy being flashed and must not be asked for its versions.
-inline bool IsUpdateInProgress(int progress) { return progress >= 25 && progress <= 84; }
-
-// The version being installed, or the one before it when the host gave none.
-inline std::string VersionDuringUpdate(CModuleManager& module) {
-    const std::string updating = module.GetUpdateVersion();
-    return updating.empty() ? module.GetPrevVendorVersion() : updating;
-}
-
 // "<tool>" Download <wwpn> "<folder>/<image>"
 std::string DownloadCommandLine(const std::string& ocmPath, const std::string& wwpn,
                                 const std::string& workFolder, const std::string& image);
