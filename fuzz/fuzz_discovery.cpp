@@ -1,6 +1,7 @@
 // Adapter listing: the verdict on each line of "listhbas" output, the
-// adapter records read from "Listhbas.txt", and the search for the record of
-// one PCI device (its address taken from the first input bytes).
+// adapter records read from "Listhbas.txt" (checked against lookups by key
+// and index), and the search for the record of one PCI device (its address
+// taken from the first input bytes).
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdio>
@@ -37,11 +38,34 @@ void FuzzLineVerdicts(const std::string& listing) {
     }
 }
 
-void FuzzAdapterList() {
-    std::list<std::map<std::string, std::string>> adapters;
+using Records = std::list<std::map<std::string, std::string>>;
+
+// The records as separate lookups by key and index find them, one file read
+// per lookup: slow, but obviously what a record means.
+Records RecordsByLookups(const std::string& file) {
+    static const char* const keys[] = {"Port WWN|Permanent MAC", "Port Number", "PCI Bus Number",
+                                       "PCI Function",           "Port Type",   "Serial No."};
+    Records records;
+    for (unsigned int index = 0; index < 256; ++index) {
+        std::map<std::string, std::string> record;
+        for (const char* key : keys) {
+            std::pair<std::string, std::string> found;
+            CEmulexCommon::GetKeyValueFromFile_(file, key, ":", found, index);
+            if (found.first.empty()) break;
+            record[found.first] = found.second;
+        }
+        if (record.empty()) break;
+        records.push_back(record);
+    }
+    return records;
+}
+
+void FuzzAdapterList(const std::string& file) {
+    Records adapters;
     bool listed = CEmulexCommon::GetHBAInfoList(&adapters);
     qdmfuzz::Require(listed == !adapters.empty(), "the result tells whether adapters were listed");
     for (const auto& record : adapters) qdmfuzz::Require(!record.empty(), "no empty adapter record");
+    qdmfuzz::Require(adapters == RecordsByLookups(file), "one pass finds what lookups by index find");
 }
 
 void FuzzDeviceLookup(const PciAddress& address) {
@@ -73,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     qdmfuzz::WriteFile(file, listing);
 
     FuzzLineVerdicts(listing);
-    FuzzAdapterList();
+    FuzzAdapterList(file);
     FuzzDeviceLookup(address);
     FuzzFunctionNumbering(listing, address.bus);
     return 0;

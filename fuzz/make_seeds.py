@@ -166,6 +166,18 @@ def write_profile():
     corpus.add("long_value", field("S") + field("K") + b"[S]\nK=" + b"v" * 400 + b"\n" + size(300))
 
 
+def write_ocm_config(sim):
+    """Text, then the flag byte, then the file byte (bools are read from the back)."""
+    corpus = Corpus("fuzz_ocm_config")
+    for variant in ("good", "broken-port", "commented", "missing"):
+        for name, discovery in (("disc", 1), ("rm", 0)):
+            text = sim.run("config", name, "--config", variant, check=True)
+            corpus.add(f"{name}_{variant}", text + bytes([1 - discovery, discovery]))
+    corpus.add("crlf", b"ClientRemoteOperation : disabled\r\nClientOperationMode : enabled\r\n\0\1")
+    corpus.add("repeated", b"ClientOperationMode:enabled\n" * 4 + b"\0\1")
+    corpus.add("two_keys_one_line", b"ManagementHost:falseSecureManagement:disabled\n\1\0")
+
+
 def add_zip(corpus, name, entries):
     data = io.BytesIO()
     with zipfile.ZipFile(data, "w", zipfile.ZIP_DEFLATED) as archive:
@@ -229,6 +241,7 @@ def main():
         write_version(sim)
         write_update_result()
         write_profile()
+        write_ocm_config(sim)
         write_unzip(sim)
     finally:
         sim.close()

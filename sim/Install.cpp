@@ -74,14 +74,18 @@ std::string RmConfig(const std::string& variant) {
            "LogLevel : 1\n";
 }
 
+void RequireConfigVariant(const std::string& variant) {
+    if (variant != "good" && variant != "broken-port" && variant != "commented" && variant != "missing")
+        throw SimError("--config takes good, broken-port, commented, missing or none");
+}
+
 void WriteConfigs(const std::string& variant) {
     if (variant == "none") {
         RemovePath(kDiscConfig);
         RemovePath(kRmConfig);
         return;
     }
-    if (variant != "good" && variant != "broken-port" && variant != "commented" && variant != "missing")
-        throw SimError("--config takes good, broken-port, commented, missing or none");
+    RequireConfigVariant(variant);
     MakeFolder("/etc");
     WriteTextFile(kDiscConfig, DiscConfig(variant));
     WriteTextFile(kRmConfig, RmConfig(variant));
@@ -120,6 +124,17 @@ int RunInstall(const Args& args) {
     MakeFolder("/etc/depmod.d");
     std::cout << "qdmsim: installed; state " << state.string() << ", tools in " << binDir.string()
               << "\n";
+    return 0;
+}
+
+int RunConfig(const Args& args) {
+    Options options = ParseOptions(args, {"--config"}, {});
+    const std::string variant = options.Get("--config", "good");
+    RequireConfigVariant(variant);
+    const Args& names = options.positional;
+    if (names.size() != 1 || (names[0] != "disc" && names[0] != "rm"))
+        throw SimError("usage: qdmsim config disc|rm [--config VARIANT]");
+    std::cout << (names[0] == "disc" ? DiscConfig(variant) : RmConfig(variant));
     return 0;
 }
 

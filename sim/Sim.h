@@ -97,6 +97,8 @@ int RunDepmod(const Args& args);
 int RunBuilder(const std::string& command, const Args& args);
 int RunInstall(const Args& args);
 int RunUtility(const Args& args);
+// Prints the text `install` writes to /etc/emulexDiscConfig or /etc/emulexRMConfig.
+int RunConfig(const Args& args);
 int RunStateCommand(const Args& args);
 int RunFaultCommand(const Args& args);
 int RunCallsCommand(const Args& args);

@@ -14,6 +14,7 @@ const char* const kUsage =
     "       qdmsim install --state FILE [--bin DIR] [--no-utility] [--config VARIANT]\n"
     "       qdmsim state get|set|unset ..., qdmsim fault VERB MODE [--times N]\n"
     "       qdmsim calls [VERB|--reset], qdmsim utility install VERSION|uninstall\n"
+    "       qdmsim config disc|rm [--config VARIANT]\n"
     "See sim/README.md.\n";
 
 int RunTool(const std::string& tool, const qdmsim::Args& args) {
@@ -40,6 +41,7 @@ int Dispatch(const std::string& program, qdmsim::Args args) {
         return qdmsim::RunBuilder(command, args);
     if (command == "install") return qdmsim::RunInstall(args);
     if (command == "utility") return qdmsim::RunUtility(args);
+    if (command == "config") return qdmsim::RunConfig(args);
     if (command == "state") return qdmsim::RunStateCommand(args);
     if (command == "fault") return qdmsim::RunFaultCommand(args);
     if (command == "calls") return qdmsim::RunCallsCommand(args);

@@ -85,6 +85,9 @@ public:
     // Multiplier of the listing's PCI function numbering on `bus`: 8 when it
     // shows a function of 8 or more there, else 2.
     static int ListingFunctionMultiplier(std::istream& listing, int bus);
+    // The adapter records of a listing, read in one pass: record k holds, per
+    // key, what GetKeyValueFromFile_(listing, key, ":", pair, k) finds.
+    static std::list<std::map<std::string, std::string>> ParseHBAListing(std::istream& listing);
 
 private:
     static unsigned long m_dwLastError;

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <fstream>
 #include <istream>
+#include <iterator>
+#include <vector>
 
 #include "CEmulexCommon.h"
 #include "CommonInformation.h"
@@ -80,29 +82,50 @@ void AppendSupportedIds(const char* iniName, bool converged, std::list<std::stri
     }
 }
 
-// One record of the listing by its index; empty when there is none. False
-// when the listing cannot be read.
-bool ReadAdapterRecord(const std::string& listing, unsigned int index, std::map<std::string, std::string>& record) {
-    for (const char* key : kRecordKeys) {
-        std::pair<std::string, std::string> found;
-        if (!CEmulexCommon::GetKeyValueFromFile_(listing, key, ":", found, index)) return false;
-        if (found.first.empty()) break;
-        record[found.first] = found.second;
-    }
-    return true;
-}
-
-// Like fgets with a 128-byte buffer: a line, or the next 127 characters of a
-// longer one.
+// Like fgets with a 128-byte buffer read as a C string: a line, or the next
+// 127 characters of a longer one, cut at a NUL byte.
 bool ReadLineChunk(std::istream& in, std::string& chunk) {
     chunk.clear();
     char c;
+    bool read = false;
     while (chunk.size() < kLineChunk && in.get(c)) {
+        read = true;
         chunk.push_back(c);
         if (c == '\n') break;
     }
-    return !chunk.empty();
+    const std::string::size_type nul = chunk.find('\0');
+    if (nul != std::string::npos) chunk.erase(nul);
+    return read;
 }
+
+// The lines of the listing that name one key, in order. Entry k is what a
+// lookup of the key with index k finds: the value of the k-th such line or,
+// when it has none, of the next one that has.
+class KeyLookups {
+public:
+    explicit KeyLookups(std::string keys) : alternatives_(CStringUtil::Split(keys, "|")) {}
+
+    void Scan(const std::string& line) {
+        std::pair<std::string, std::string> candidate;
+        const CEmulexCommon::KeyLineMatch match = CEmulexCommon::MatchKeyValueLine(line, alternatives_, ":", candidate);
+        if (match != CEmulexCommon::KEYLINE_NO_KEY) found_.push_back(candidate);  // empty without a value
+    }
+
+    // Fills the lines without a value from the next line that has one.
+    void Resolve() {
+        for (size_t i = found_.size(); i-- > 1;)
+            if (found_[i - 1].first.empty()) found_[i - 1] = found_[i];
+    }
+
+    const std::pair<std::string, std::string>* At(size_t index) const {
+        if (index >= found_.size() || found_[index].first.empty()) return nullptr;
+        return &found_[index];
+    }
+
+private:
+    std::vector<std::string> alternatives_;
+    std::vector<std::pair<std::string, std::string>> found_;
+};
 
 // The decimal number at the value column, at most `width` digits; -1 when
 // the line is too short or holds no digit there.
@@ -200,16 +223,8 @@ bool CEmulexCommon::GetHBAInfoList(std::list<std::map<std::string, std::string>>
         return false;
     }
     adapters->clear();
-    const std::string listing = CacheFilePath(kListingName);
-    for (unsigned int index = 0; index < kMaxAdapters; ++index) {
-        std::map<std::string, std::string> record;
-        if (!ReadAdapterRecord(listing, index, record)) {
-            adapters->clear();
-            break;
-        }
-        if (record.empty()) break;
-        adapters->push_back(record);
-    }
+    std::ifstream listing;
+    if (OpenListing(CacheFilePath(kListingName), listing)) *adapters = ParseHBAListing(listing);
     if (adapters->empty()) SetLastError(15);
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::GetHBAInfoList(%s) [END]",
                               adapters->empty() ? "NG" : "OK");
@@ -226,6 +241,27 @@ int CEmulexCommon::ListingFunctionMultiplier(std::istream& listing, int bus) {
         if (line.find(kFunctionKey) != std::string::npos && NumberAtValueColumn(line, 2) >= 8) return 8;
     }
     return 2;
+}
+
+std::list<std::map<std::string, std::string>> CEmulexCommon::ParseHBAListing(std::istream& listing) {
+    std::vector<KeyLookups> lookups(std::begin(kRecordKeys), std::end(kRecordKeys));
+    std::string line;
+    while (ReadLineChunk(listing, line))
+        for (KeyLookups& key : lookups) key.Scan(line);
+    for (KeyLookups& key : lookups) key.Resolve();
+
+    std::list<std::map<std::string, std::string>> adapters;
+    for (size_t index = 0; index < kMaxAdapters; ++index) {
+        std::map<std::string, std::string> record;
+        for (const KeyLookups& key : lookups) {
+            const std::pair<std::string, std::string>* found = key.At(index);
+            if (found == nullptr) break;
+            record[found->first] = found->second;
+        }
+        if (record.empty()) break;
+        adapters.push_back(record);
+    }
+    return adapters;
 }
 
 bool CEmulexCommon::GetHBAInfo(std::string deviceId, std::map<std::string, std::string>* adapter) {

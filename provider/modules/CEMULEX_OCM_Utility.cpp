@@ -265,6 +265,14 @@ void ScanSettings(std::istream& in, const ConfigCheck& check, int& remaining, bo
     }
 }
 
+bool CheckConfigStream(std::istream& in, const ConfigCheck& check, bool& flag) {
+    int remaining = check.settingCount;
+    ScanSettings(in, check, remaining, flag);
+    if (remaining == 0 && flag) return true;
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "%s", check.counterTrace);
+    return false;
+}
+
 bool CheckConfigFile(const ConfigCheck& check, bool& flag) {
     const std::string path = std::string("/") + "etc" + "/" + check.name;
     std::ifstream in(path);
@@ -273,11 +281,7 @@ bool CheckConfigFile(const ConfigCheck& check, bool& flag) {
         CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR, "Failed to open file(%s).", path.c_str());
         return false;
     }
-    int remaining = check.settingCount;
-    ScanSettings(in, check, remaining, flag);
-    if (remaining == 0 && flag) return true;
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "%s", check.counterTrace);
-    return false;
+    return CheckConfigStream(in, check, flag);
 }
 
 // True when no elxocmjvm package is installed. The pattern wants exactly ten
@@ -396,6 +400,10 @@ bool CEMULEX_OCM_Utility::OCMUpdate(std::string, std::string b, std::list<std::s
     const bool result = IsInstallDone() || InstallFromModule(b, files);
     TraceFunc("CEMULEX_OCM_Utility::OCMUpdate() [END]");
     return result;
+}
+
+bool CEMULEX_OCM_Utility::CheckConfigText(std::istream& in, ConfigFile file, bool& flag) {
+    return CheckConfigStream(in, file == DISCOVERY_CONFIG ? kDiscoveryCheck : kManagementCheck, flag);
 }
 
 bool CEMULEX_OCM_Utility::OCMInstallCheck() {

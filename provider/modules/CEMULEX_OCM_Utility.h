@@ -1,5 +1,6 @@
 #pragma once
 // Management utility module: the utility's version, install and configuration check.
+#include <istream>
 #include <list>
 #include <string>
 
@@ -20,4 +21,11 @@ public:
 
     bool OCMUpdate(std::string a, std::string b, std::list<std::string>* files, bool flag);
     bool OCMInstallCheck();
+
+    // The two configuration files are checked alike, but only the discovery
+    // file raises the flag that both checks share.
+    enum ConfigFile { DISCOVERY_CONFIG, MANAGEMENT_CONFIG };
+    // Scans one configuration text: true when every required setting is
+    // counted off with its expected value and the flag is raised.
+    static bool CheckConfigText(std::istream& in, ConfigFile file, bool& flag);
 };

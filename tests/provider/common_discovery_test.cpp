@@ -114,6 +114,40 @@ TEST_F(DiscoveryTest, DeviceLookupFailures) {
     EXPECT_EQ(1u, CEmulexCommon::GetLastError());
 }
 
+TEST(ParseHBAListing, RecordKIsTheKthKeyLineOrTheNextWithAValue) {
+    const std::string pad(120, 'x');
+    struct Row {
+        std::string listing;
+        std::list<Record> records;
+    } rows[] = {
+        // A key line without a value takes the next line's value; both indexes see it.
+        {"Port WWN :\nPort WWN : A\n", {{{"Port WWN", "A"}}, {{"Port WWN", "A"}}}},
+        // The last key line has no value: no record for it.
+        {"Port WWN : A\nPort WWN :\n", {{{"Port WWN", "A"}}}},
+        // A NUL ends the line as the tool's C reader sees it.
+        {std::string("x") + '\0' + "Port WWN : A\nPort WWN : B\n", {{{"Port WWN", "B"}}}},
+        // A key cut by the 127-character piece boundary is not seen.
+        {pad + "Port WWN : A\nPort WWN : B\n", {{{"Port WWN", "B"}}}},
+        // Keys stop at the first one missing for that index.
+        {"Port WWN : A\nPort Number : 0\nPort WWN : B\n",
+         {{{"Port WWN", "A"}, {"Port Number", "0"}}, {{"Port WWN", "B"}}}},
+        {"", {}},
+    };
+    for (const Row& row : rows) {
+        std::istringstream listing(row.listing);
+        EXPECT_EQ(row.records, CEmulexCommon::ParseHBAListing(listing)) << row.listing;
+    }
+}
+
+TEST(ParseHBAListing, StopsAt256Records) {
+    std::string listing;
+    for (int port = 0; port < 300; ++port) listing += "Port WWN       : " + std::to_string(port) + "\n";
+    std::istringstream in(listing);
+    const std::list<Record> records = CEmulexCommon::ParseHBAListing(in);
+    ASSERT_EQ(256u, records.size());
+    EXPECT_EQ("255", records.back().at("Port WWN"));
+}
+
 TEST(ListingFunctionMultiplier, ReadsOnlyWhatTheLinesHold) {
     const std::string longLine(200, 'x');
     struct Row {
