@@ -216,9 +216,9 @@ class Report:
             if not bench or not opens:
                 continue
             parse_ns = ns(bench["cpu_time"], bench["time_unit"])
-            # One look-up opens the listing once per key and record, once more
-            # to find the end, and once for the function numbering.
-            lookups = opens[0] / (6 * p + 2)
+            # One look-up opens the listing twice: once for the records, once
+            # for the function numbering.
+            lookups = opens[0] / 2
             spent_ms = lookups * parse_ns / 1e6
             lines.append(f"at {ports_text(p)} an inventory opens the listing {opens[0]} times: ≈{lookups:.0f} "
                          f"whole-listing look-ups (`GetHBAInfo` → `GetHBAInfoList`) of {fmt_ns(parse_ns)} CPU each "
@@ -249,10 +249,8 @@ class Report:
             bench = self.micro.get(f"BM_GetHBAInfoList/ports:{p}")
             if bench:
                 per_parse.append(f"{ports_text(p)}: {fmt_ns(ns(bench['cpu_time'], bench['time_unit']))}")
-        text = ("The growth is super-linear because every port's `LinkDevice` parses the whole adapter listing "
-                "again (`GetHBAInfo` → `GetHBAInfoList`), and one parse itself costs O(ports²) line reads: "
-                "`GetKeyValueFromFile_` is called once per key and record and skips `index` records from the top "
-                "of the file each time. The inventory therefore reads O(ports³) lines.")
+        text = ("Every port's `LinkDevice` parses the whole adapter listing again (`GetHBAInfo` → "
+                "`GetHBAInfoList`, one pass over its O(ports) lines), so the inventory reads O(ports²) lines.")
         if per_parse:
             text += " One `GetHBAInfoList` (micro-benchmark, median CPU time): " + ", ".join(per_parse) + "."
         return text
