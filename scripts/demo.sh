@@ -17,8 +17,7 @@ fi
 build=$2
 qdmhost=$build/qdmhost/qdmhost
 qdmsim=$build/sim/qdmsim
-# The provider's standard install root; the sandbox makes /opt private.
-root=/opt/velmora/qdm/provider
+source scripts/demo-server.sh
 work=$(mktemp -d /tmp/qdmdemo.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 
@@ -26,31 +25,12 @@ heading() { printf '\n\033[1m==== %s ====\033[0m\n\n' "$*"; }
 run() { printf '$ %s\n' "$*"; "$@"; }
 
 heading "1. A simulated server: three Emulex FC adapters (8G single-port, 8G dual-port, 16G dual-port)"
-cp sim/demo/server.json "$work/state.json"   # the tools write to the state: use a copy
-export QDMSIM_STATE=$work/state.json
-"$qdmsim" install --state "$work/state.json"
-export PATH=/opt/qdmsim/bin:$PATH
-mkdir -p "$root/qdmhost"
-cp sim/data/FcVCFac.ini sim/data/CnaVCFac.ini "$root/"
-cp qdmhost/devices.json "$root/qdmhost/"
+demo_install_server "$qdmsim" "$work"
 run lspci -Dnm
 
 heading "2. An update repository: new firmware for the 8G single-port and 16G adapters, a new driver and utility"
 repo=$work/repository
-mkdir -p "$repo"
-"$qdmsim" build-firmware --out "$repo/fw-8g.zip" --name fcelx_8g1p --firmware 2.02a5 --bootbios 5.12a3 --message
-"$qdmsim" build-firmware --out "$repo/fw-16g.zip" --name fcelx_16g --firmware 11.4.204.8 --message
-"$qdmsim" build-driver --out "$repo/lpfc.zip" --version 11.4.204.8
-"$qdmsim" build-utility --out "$repo/ocm.zip" --version 11.4.204.8
-all='"fcelx_8g1p", "fcelx_8g2p_10df_f100_10df_f100", "fcelx_16g"'
-cat > "$repo/catalogue.json" <<JSON
-{"packages": [
-  {"uniqueNames": ["fcelx_8g1p", "fcelx_8g2p_10df_f100_10df_f100"], "kind": "firm", "version": "2.02a5", "archive": "fw-8g.zip"},
-  {"uniqueNames": ["fcelx_16g"], "kind": "firm", "version": "11.4.204.8", "archive": "fw-16g.zip"},
-  {"uniqueNames": [$all], "kind": "driver", "version": "11.4.204.8", "archive": "lpfc.zip"},
-  {"uniqueNames": [$all], "kind": "util", "version": "11.4.204.8", "archive": "ocm.zip"}
-]}
-JSON
+demo_build_repository "$qdmsim" "$repo"
 run cat "$repo/catalogue.json"
 
 heading "3. Inventory: what is installed, what the repository offers"
