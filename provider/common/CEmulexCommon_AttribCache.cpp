@@ -115,6 +115,17 @@ int ReadCachedAttribute(const std::string& wwpn, const std::string& key, std::st
     return FindAttribute(in, key, value);
 }
 
+int DeleteCachedAttributes(const std::string& wwpn) {
+    if (!IsUsableWwpn(wwpn, "DeleteHbaAttribCache")) return -1;
+    const std::string path = AttribCachePath(wwpn);
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "CEmulexCommon::DeleteHbaAttribCache() strOutputFile:%s",
+                              path.c_str());
+    if (CCommon_Information::RetryDeleteFile(path)) return 0;
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR,
+                              "CEmulexCommon::DeleteHbaAttribCache() RetryDeleteFile fail:[%s]", path.c_str());
+    return -1;
+}
+
 // Holds the host's named lock for the scope; unlocks on every path.
 class ScopedHostLock {
 public:
@@ -183,16 +194,7 @@ int CEmulexCommon::GetHbaAttribData(std::string wwpn, std::string key, std::stri
 
 int CEmulexCommon::DeleteHbaAttribCache(std::string wwpn) {
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::DeleteHbaAttribCache() [START]");
-    if (!IsUsableWwpn(wwpn, "DeleteHbaAttribCache")) return -1;
-    const std::string path = AttribCachePath(wwpn);
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "CEmulexCommon::DeleteHbaAttribCache() strOutputFile:%s",
-                              path.c_str());
-    int result = 0;
-    if (!CCommon_Information::RetryDeleteFile(path)) {
-        CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR,
-                                  "CEmulexCommon::DeleteHbaAttribCache() RetryDeleteFile fail:[%s]", path.c_str());
-        result = -1;
-    }
+    const int result = DeleteCachedAttributes(wwpn);
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::DeleteHbaAttribCache() [END]");
     return result;
 }

@@ -224,8 +224,10 @@ bool CEmulexCommon::GetHBAInfoList(std::list<std::map<std::string, std::string>>
     }
     adapters->clear();
     std::ifstream listing;
-    if (OpenListing(CacheFilePath(kListingName), listing)) *adapters = ParseHBAListing(listing);
-    if (adapters->empty()) SetLastError(15);
+    // An unreadable listing keeps its own error (17), not "no adapters".
+    const bool readable = OpenListing(CacheFilePath(kListingName), listing);
+    if (readable) *adapters = ParseHBAListing(listing);
+    if (readable && adapters->empty()) SetLastError(15);
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::GetHBAInfoList(%s) [END]",
                               adapters->empty() ? "NG" : "OK");
     return !adapters->empty();
@@ -280,7 +282,10 @@ bool CEmulexCommon::GetHBAInfo(std::string deviceId, std::map<std::string, std::
                               deviceId.c_str(), bus, device, function);
 
     std::ifstream listing;
-    if (!OpenListing(CacheFilePath(kListingName), listing)) return false;
+    if (!OpenListing(CacheFilePath(kListingName), listing)) {
+        CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::GetHBAInfo(%s) [END]", "NG");
+        return false;
+    }
     const long expectedFunction = static_cast<long>(ListingFunctionMultiplier(listing, bus)) * device + function;
     listing.close();
 

@@ -10,6 +10,7 @@
 
 #include "CEmulexCommon.h"
 #include "CommonInformation.h"
+#include "FcTrace.h"
 #include "FileUtility.h"
 #include "HostSys.h"
 #include "StringUtil.h"
@@ -124,6 +125,8 @@ AttemptResult RunListhbasOnce(const std::string& command, const std::string& out
 
 }  // namespace
 
+// The last-error accessors write no trace lines: they run inside every
+// failure path and would split its trace.
 void CEmulexCommon::SetLastError(unsigned long code) { m_dwLastError = code; }
 
 unsigned long CEmulexCommon::GetLastError() { return m_dwLastError; }
@@ -136,10 +139,12 @@ std::string CEmulexCommon::GetLastErrorToChractor() {
 }
 
 unsigned long CEmulexCommon::FindNotDisitChar(std::string text, unsigned long start) {
-    for (unsigned long i = start; i < text.size(); ++i) {
-        if (text[i] < '0' || text[i] > '9') return i;
-    }
-    return std::string::npos;
+    TraceFunc("CEmulexCommon::FindNotDisitChar() [START]");
+    unsigned long found = std::string::npos;
+    for (unsigned long i = start; i < text.size() && found == std::string::npos; ++i)
+        if (text[i] < '0' || text[i] > '9') found = i;
+    TraceFunc("CEmulexCommon::FindNotDisitChar() [END]");
+    return found;
 }
 
 int CEmulexCommon::GetProgramFilesFolder_(std::string* out) {

@@ -26,10 +26,13 @@ FileHandle OpenForReading(const std::string& file) {
     return handle;
 }
 
+// A line with its carriage returns and line feeds turned into blanks.
 bool ReadLine(FILE* in, std::string& line) {
     char buffer[kLineBuffer];
     if (std::fgets(buffer, sizeof buffer, in) == nullptr) return false;
     line = buffer;
+    CStringUtil::strReplace(line, "\r", " ");
+    CStringUtil::strReplace(line, "\n", " ");
     return true;
 }
 

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "CEmulexCommon.h"
+#include "FcTrace.h"
 #include "StringUtil.h"
 #include "TraceUtility.h"
 
@@ -130,11 +131,14 @@ bool CEmulexCommon::CheckVersionFCFirmwareFormat(std::string version, long& majo
 }
 
 bool CEmulexCommon::CheckVersionFCFirmwareFormat(std::string version) {
+    TraceFunc("CEmulexCommon::CheckVersionFCFirmwareFormat() [START]");
     long major = 0;
     long minor = 0;
     std::string letters;
     long build = 0;
-    return CheckVersionFCFirmwareFormat(version, major, minor, letters, build);
+    const bool valid = CheckVersionFCFirmwareFormat(version, major, minor, letters, build);
+    TraceFunc("CEmulexCommon::CheckVersionFCFirmwareFormat() [END]");
+    return valid;
 }
 
 int CEmulexCommon::CheckVendorVersionFCFirmware(std::string version1, std::string version2) {
@@ -146,8 +150,10 @@ int CEmulexCommon::CheckVendorVersionFCFirmware(std::string version1, std::strin
     long major2 = 0, minor2 = 0, build2 = 0;
     std::string letters1, letters2;
     int result = 0;
-    if (!CheckVersionFCFirmwareFormat(version1, major1, minor1, letters1, build1) ||
-        !CheckVersionFCFirmwareFormat(version2, major2, minor2, letters2, build2)) {
+    // Both are parsed (and traced) even when the first is malformed.
+    const bool valid1 = CheckVersionFCFirmwareFormat(version1, major1, minor1, letters1, build1);
+    const bool valid2 = CheckVersionFCFirmwareFormat(version2, major2, minor2, letters2, build2);
+    if (!valid1 || !valid2) {
         result = ReportMalformedVersion();
     } else {
         result = CompareNumbers(major1, major2);

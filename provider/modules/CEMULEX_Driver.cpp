@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "CEmulexCommon.h"
+#include "FcTrace.h"
 #include "StringUtil.h"
 #include "TraceUtility.h"
 #include "UpdateWindow.h"
@@ -13,8 +14,6 @@ namespace {
 
 const char kTrace[] = "fc";
 const char kAbnormal[] = "abnormal";
-
-void TraceFunc(const char* text) { CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "%s", text); }
 
 // One kernel module whose updated build depmod must prefer.
 struct DepmodOverride {

@@ -9,6 +9,7 @@
 
 #include "CEmulexCommon.h"
 #include "CommonInformation.h"
+#include "FcTrace.h"
 #include "FileUtility.h"
 #include "StringUtil.h"
 #include "TraceUtility.h"
@@ -25,8 +26,6 @@ const char kUninstallOutput[] = "temp_ocm_uninstall.txt";
 const char kUnzipFolder[] = "tmp";
 const long kVersionCacheSeconds = 3600;
 const int kResultFileMode = 3;
-
-void TraceFunc(const char* text) { CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "%s", text); }
 
 // ---- Operating version -------------------------------------------------
 

@@ -6,6 +6,7 @@
 
 #include "CEmulexCommon.h"
 #include "CommonInformation.h"
+#include "FcTrace.h"
 #include "FileUtility.h"
 #include "StringUtil.h"
 #include "TraceUtility.h"
@@ -23,8 +24,6 @@ const char kMismatchId[] = "MSGID_EMULEX_FC_0009_F";
 const char kCnaMarkerFile[] = "SequentialUpdateFile_FCoE.txt";
 const char kResultFile[] = "temp_driver_fc.txt";
 const char kUnzipFolder[] = "tmp";
-
-void TraceFunc(const char* text) { CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "%s", text); }
 
 // Operator message of a failed step; the last error is already set.
 int ReportFailure(const char* messageId) {

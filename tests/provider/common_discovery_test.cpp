@@ -50,9 +50,9 @@ TEST_F(DiscoveryTest, PermanentMacStandsInForAMissingWwn) {
 
 TEST_F(DiscoveryTest, ListFailures) {
     std::list<Record> adapters = {{{"stale", "entry"}}};
-    EXPECT_FALSE(CEmulexCommon::GetHBAInfoList(&adapters));  // no listing file
+    EXPECT_FALSE(CEmulexCommon::GetHBAInfoList(&adapters));  // no listing file: the open error stays
     EXPECT_TRUE(adapters.empty());
-    EXPECT_EQ(15u, CEmulexCommon::GetLastError());
+    EXPECT_EQ(17u, CEmulexCommon::GetLastError());
 
     qdmtest::WriteFile(cache_ + "/Listhbas.txt", "\nNo HBAs found\n");
     EXPECT_FALSE(CEmulexCommon::GetHBAInfoList(&adapters));
@@ -99,7 +99,7 @@ TEST_F(DiscoveryTest, DeviceLookupFailures) {
         {"listhbas/two_ports.txt", "0000:06:00.0-PCI\\VEN_10DF&DEV_F100", 14},  // no such bus
         {"listhbas/two_ports.txt", "PCI\\VEN_10DF&DEV_F100", 13},               // no PCI address
         {"listhbas/two_ports.txt", "0000:zz:00.0-PCI\\VEN_10DF&DEV_F100", 13},
-        {nullptr, "0000:03:00.0-PCI\\VEN_10DF&DEV_F100", 15},
+        {nullptr, "0000:03:00.0-PCI\\VEN_10DF&DEV_F100", 17},               // no listing
     };
     for (const Row& row : rows) {
         qdmtest::RemoveTree(cache_ + "/Listhbas.txt");

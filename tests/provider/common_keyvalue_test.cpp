@@ -138,6 +138,8 @@ TEST_F(KeyValueFileTest, TaggedBlocks) {
     EXPECT_EQ(ReadTagged(blocks, "Nope|Tag 2", "A|B", 0), Pair("B", "2"));
     EXPECT_EQ(ReadTagged(blocks, "Tag", "A", 2), Pair());  // index past the last tag
     EXPECT_EQ(ReadTagged(blocks, "Tag", "C", 0), Pair());
+    // Line ends read as blanks on tag lines too.
+    EXPECT_EQ(ReadTagged(Write("Tag 1\r\nA : 1\r\nTag 2\r\nA : 2\r\n"), "2 ", "A", 0), Pair("A", "2"));
 }
 
 TEST_F(KeyValueFileTest, EveryPathClosesItsFile) {
