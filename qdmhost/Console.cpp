@@ -25,7 +25,9 @@ ConsoleState& State() {
     return state;
 }
 
-const double kVirtualTimeoutScale = 0.001;
+// A hung tool is still killed within a second (60 s become 600 ms), while a
+// tool that merely starts slowly on a loaded machine is not cut off.
+const double kVirtualTimeoutScale = 0.01;
 // Shorter pauses (retries of a file deletion, lock polls) are not worth a line.
 const unsigned long kAnnouncedPauseMs = 1000;
 

@@ -9,7 +9,7 @@ namespace qdmcli {
 
 // Installs the sleep hook, the operator-message sink and the ShowMessage
 // sink. With virtual time pauses are announced but not waited and
-// time-outs shrink a thousandfold (tests).
+// time-outs shrink a hundredfold (tests).
 void InstallHostHooks(bool virtualTime);
 // Restores the host's own behaviour (before the provider is unloaded).
 void RemoveHostHooks();

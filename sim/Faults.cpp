@@ -12,8 +12,8 @@ namespace qdmsim {
 
 namespace {
 
-const std::set<std::string> kOutputFaults = {"error64", "error", "empty", "hang",
-                                             "crash",   "garbage", "longlines"};
+const std::set<std::string> kOutputFaults = {"error64", "error",   "empty",      "hang",
+                                             "crash",   "garbage", "garbage10m", "longlines"};
 
 std::string ModeOf(const json& fault) {
     if (fault.is_string()) return fault.get<std::string>();
@@ -109,8 +109,10 @@ int EmitToolOutput(const std::string& mode, const std::string& normal, int norma
     if (mode == "empty") return 0;
     if (mode == "hang") HangForever();
     if (mode == "crash") CrashAfter(normal.substr(0, normal.size() / 2));
-    if (mode == "garbage") {
-        std::cout << PseudoRandomBytes(64 * 1024);
+    if (mode == "garbage" || mode == "garbage10m") {
+        // The large variant repeats the block: cheap to print even in a sanitizer build.
+        const std::string block = PseudoRandomBytes(64 * 1024);
+        for (int copies = mode == "garbage" ? 1 : 160; copies > 0; --copies) std::cout << block;
         return 0;
     }
     if (mode == "longlines") {

@@ -79,6 +79,18 @@ bool PrepareSpawn(SpawnSetup& setup, int outputFd, const std::string& workFolder
            posix_spawn_file_actions_addchdir_np(setup.actions(), workFolder.c_str()) == 0;
 }
 
+// Opens (creating) and empties a plain file of its own. A symbolic or hard
+// link could lead the output over any file, and a FIFO would block the open
+// until a reader came; each is refused before anything is written.
+FileDescriptor OpenOutputFile(const std::string& path) {
+    FileDescriptor output(::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0644));
+    struct stat info;
+    if (output.get() < 0 || ::fstat(output.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_nlink != 1 ||
+        ::ftruncate(output.get(), 0) != 0)
+        return FileDescriptor();
+    return output;
+}
+
 unsigned long ExitStatus(int status) {
     if (WIFEXITED(status)) return static_cast<unsigned long>(WEXITSTATUS(status));
     if (WIFSIGNALED(status)) return 128UL + static_cast<unsigned long>(WTERMSIG(status));
@@ -180,9 +192,7 @@ bool IsRetryableUnlinkError(int error) { return error == EBUSY || error == ETXTB
 int CCommon_Information::ExecForeignModule(const std::string& command, const std::string& outputFile,
                                            const std::string& workFolder, unsigned long* returnCode,
                                            unsigned long timeoutMs) {
-    FileDescriptor output(outputFile.empty()
-                          ? -1
-                          : ::open(outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    FileDescriptor output = outputFile.empty() ? FileDescriptor() : OpenOutputFile(outputFile);
     if (!outputFile.empty() && output.get() < 0) return EXEC_NOT_STARTED;
     SpawnSetup setup;
     if (!PrepareSpawn(setup, output.get(), workFolder)) return EXEC_NOT_STARTED;

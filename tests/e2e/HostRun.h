@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <csignal>
 #include <string>
 #include <vector>
 
 #include "Sim.h"
 #include "TestEnv.h"
+#include "TreeSnapshot.h"
 
 namespace e2e {
 
@@ -17,12 +19,16 @@ namespace e2e {
 // tests use that root; the sandbox makes it private.
 const std::string kRoot = "/opt/velmora/qdm/provider";
 const std::string kDualPortKey = "fcelx_8g2p_10df_f100_10df_f100";
+// A run still going after this long hangs: it is killed, so that no test
+// waits for ever and no qdmhost outlives its test.
+const int kHostTimeLimitSeconds = 60;
 
 struct HostRun {
     int exitCode = -1;
     std::string out;  // standard output only
     std::string err;
     nlohmann::json Json() const { return nlohmann::json::parse(out); }
+    bool KilledAtTimeLimit() const { return exitCode == 128 + SIGKILL; }
 };
 
 inline std::string Quote(const std::string& word) {
@@ -31,12 +37,19 @@ inline std::string Quote(const std::string& word) {
     return quoted + "'";
 }
 
-inline HostRun RunHost(const std::vector<std::string>& args) {
-    std::string errFile = qdmtest::MakeTempDir("qdmhost-err") + "/stderr";
-    std::string line = "QDMHOST_VIRTUAL_TIME=1 " + Quote(QDM_HOST_BINARY);
+// The shell command line that runs qdmhost with virtual time and a time limit.
+inline std::string HostCommandLine(const std::vector<std::string>& args,
+                                   int timeLimitSeconds = kHostTimeLimitSeconds) {
+    std::string line = "QDMHOST_VIRTUAL_TIME=1 timeout -s KILL " + std::to_string(timeLimitSeconds) + " " +
+                       Quote(QDM_HOST_BINARY);
     for (const std::string& arg : args) line += " " + Quote(arg);
+    return line;
+}
+
+inline HostRun RunHost(const std::vector<std::string>& args, int timeLimitSeconds = kHostTimeLimitSeconds) {
+    std::string errFile = qdmtest::MakeTempDir("qdmhost-err") + "/stderr";
     HostRun run;
-    run.exitCode = qdmtest::RunShell(line + " 2>" + Quote(errFile), &run.out);
+    run.exitCode = qdmtest::RunShell(HostCommandLine(args, timeLimitSeconds) + " 2>" + Quote(errFile), &run.out);
     run.err = qdmtest::ReadFile(errFile);
     qdmtest::RemoveTree(errFile.substr(0, errFile.rfind('/')));
     return run;
@@ -62,6 +75,25 @@ protected:
 
     void TearDown() override {
         if (!folder_.empty()) qdmtest::RemoveTree(folder_);
+    }
+
+    // What a run may write outside the work area (kRoot + "/tmp"): the
+    // host's trace logs and update history, and the simulator's state.
+    std::vector<std::string> RunWrites() const {
+        const std::string state = StatePath();
+        return {kRoot + "/tmp", kRoot + "/log", kRoot + "/qdmhost/history.jsonl", state, state + ".calls",
+                state + ".lock"};
+    }
+
+    // The simulated server's state file (qdmtest::InstallSimulator's).
+    std::string StatePath() const { return folder_ + "/qdmsim-state.json"; }
+
+    // The fixed system paths and this test's folder (repository included),
+    // less RunWrites() and `alsoWritten`.
+    qdmtest::TreeSnapshot SnapshotOutsideWorkArea(const std::vector<std::string>& alsoWritten = {}) const {
+        std::vector<std::string> excluded = RunWrites();
+        excluded.insert(excluded.end(), alsoWritten.begin(), alsoWritten.end());
+        return qdmtest::TreeSnapshot::Take({"/etc", "/usr/sbin", "/opt", folder_}, excluded);
     }
 
     // Updates for the single-port 8G firmware and the 16G firmware, the
@@ -90,9 +122,9 @@ protected:
         qdmtest::WriteFile(repo_ + "/catalogue.json", catalogue.dump(2));
     }
 
-    HostRun Host(std::vector<std::string> args) {
+    HostRun Host(std::vector<std::string> args, int timeLimitSeconds = kHostTimeLimitSeconds) {
         args.insert(args.begin(), {"--repo", repo_});
-        return RunHost(args);
+        return RunHost(args, timeLimitSeconds);
     }
 
     // The results of an update document for one module kind, keyed by port address.

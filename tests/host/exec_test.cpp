@@ -2,6 +2,7 @@
 // the whole process tree, and no leaked descriptors.
 #include <dirent.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -80,6 +81,11 @@ TEST_F(ExecTest, NullReturnCodeIsAllowed) {
 }
 
 TEST_F(ExecTest, CannotStartLeavesReturnCodeAlone) {
+    const std::string outside = root_ + "/outside.txt";
+    qdmtest::WriteFile(outside, "kept\n");
+    ASSERT_EQ(0, ::symlink(outside.c_str(), (temp_ + "/symlink.txt").c_str()));
+    ASSERT_EQ(0, ::link(outside.c_str(), (temp_ + "/hardlink.txt").c_str()));
+    ASSERT_EQ(0, ::mkfifo((temp_ + "/fifo.txt").c_str(), 0644));
     struct Row {
         const char* why;
         std::string output;
@@ -87,14 +93,19 @@ TEST_F(ExecTest, CannotStartLeavesReturnCodeAlone) {
     } rows[] = {
         {"output file in a missing folder", root_ + "/missing/out.txt", ""},
         {"missing work folder", "", root_ + "/missing"},
+        {"output is a symbolic link", temp_ + "/symlink.txt", ""},
+        {"output is a hard link", temp_ + "/hardlink.txt", ""},
+        {"output is a FIFO (must not block)", temp_ + "/fifo.txt", ""},
+        {"output is a folder", temp_, ""},
     };
     for (const auto& row : rows) {
         unsigned long code = 42;
         EXPECT_EQ(Exec::EXEC_NOT_STARTED,
-                  Exec::ExecForeignModule("true", row.output, row.folder, &code, 60000))
+                  Exec::ExecForeignModule("echo clobbered", row.output, row.folder, &code, 60000))
             << row.why;
         EXPECT_EQ(42UL, code) << row.why;
     }
+    EXPECT_EQ("kept\n", qdmtest::ReadFile(outside));
 }
 
 TEST_F(ExecTest, TimeoutKillsChildAndGrandchild) {

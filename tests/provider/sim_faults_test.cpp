@@ -46,6 +46,7 @@ TEST_F(SimFaultsTest, OutputFaults) {
         {"listhbas", "error", " listhbas", 1, 1, 100, "ERROR: <251>"},
         {"listhbas", "empty", " listhbas", 0, 0, 0, ""},
         {"listhbas", "garbage", " listhbas", 0, 65536, 65536, ""},
+        {"listhbas", "garbage10m", " listhbas", 0, 10485760, 10485760, ""},
         {"listhbas", "longlines", " listhbas", 0, 1000000, 2000000, "Serial No."},
         {"listhbas", "manyports", " listhbas", 0, 1000000, 5000000, "10:00:00:00:c9:ff:13:87"},
         {"hbacmd", "crash", " version", 128 + 6, 1, 100, "Version:"},  // half, then SIGABRT

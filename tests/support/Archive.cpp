@@ -12,6 +12,12 @@ bool WriteEntry(struct archive* zip, const ArchiveEntry& item) {
     std::unique_ptr<struct archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(),
                                                                                archive_entry_free);
     archive_entry_set_pathname(entry.get(), item.name.c_str());
+    if (!item.hardlinkTarget.empty()) {
+        archive_entry_set_filetype(entry.get(), AE_IFREG);
+        archive_entry_set_hardlink(entry.get(), item.hardlinkTarget.c_str());
+        archive_entry_set_size(entry.get(), 0);
+        return archive_write_header(zip, entry.get()) == ARCHIVE_OK;
+    }
     if (!item.symlinkTarget.empty()) {
         archive_entry_set_filetype(entry.get(), AE_IFLNK);
         archive_entry_set_symlink(entry.get(), item.symlinkTarget.c_str());
@@ -26,16 +32,25 @@ bool WriteEntry(struct archive* zip, const ArchiveEntry& item) {
            archive_write_data(zip, item.content.data(), item.content.size()) ==
                static_cast<la_ssize_t>(item.content.size());
 }
+
+bool MakeArchive(const std::string& path, const std::vector<ArchiveEntry>& entries,
+                 int (*setFormat)(struct archive*)) {
+    std::unique_ptr<struct archive, decltype(&archive_write_free)> writer(archive_write_new(),
+                                                                          archive_write_free);
+    if (setFormat(writer.get()) != ARCHIVE_OK) return false;
+    if (archive_write_open_filename(writer.get(), path.c_str()) != ARCHIVE_OK) return false;
+    for (const auto& item : entries)
+        if (!WriteEntry(writer.get(), item)) return false;
+    return archive_write_close(writer.get()) == ARCHIVE_OK;
+}
 }  // namespace
 
 bool MakeZip(const std::string& path, const std::vector<ArchiveEntry>& entries) {
-    std::unique_ptr<struct archive, decltype(&archive_write_free)> zip(archive_write_new(),
-                                                                       archive_write_free);
-    if (archive_write_set_format_zip(zip.get()) != ARCHIVE_OK) return false;
-    if (archive_write_open_filename(zip.get(), path.c_str()) != ARCHIVE_OK) return false;
-    for (const auto& item : entries)
-        if (!WriteEntry(zip.get(), item)) return false;
-    return archive_write_close(zip.get()) == ARCHIVE_OK;
+    return MakeArchive(path, entries, archive_write_set_format_zip);
+}
+
+bool MakeTar(const std::string& path, const std::vector<ArchiveEntry>& entries) {
+    return MakeArchive(path, entries, archive_write_set_format_pax_restricted);
 }
 
 }  // namespace qdmtest

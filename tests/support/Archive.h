@@ -16,13 +16,24 @@ struct ArchiveEntry {
           executable(isExecutable),
           symlinkTarget(std::move(linkTarget)) {}
 
+    // A hard link to `target`: zip has no such entry, only MakeTar writes it.
+    static ArchiveEntry HardLink(std::string entryName, std::string target) {
+        ArchiveEntry entry(std::move(entryName));
+        entry.hardlinkTarget = std::move(target);
+        return entry;
+    }
+
     std::string name;
     std::string content;
     bool executable = false;
-    std::string symlinkTarget;  // non-empty: the entry is a symbolic link
+    std::string symlinkTarget;   // non-empty: the entry is a symbolic link
+    std::string hardlinkTarget;  // non-empty: the entry is a hard link
 };
 
 // Writes a zip archive; false when it cannot.
 bool MakeZip(const std::string& path, const std::vector<ArchiveEntry>& entries);
+// Writes a tar archive, whatever the path's extension: an unpacker that
+// detects the format takes it for an update module all the same.
+bool MakeTar(const std::string& path, const std::vector<ArchiveEntry>& entries);
 
 }  // namespace qdmtest
