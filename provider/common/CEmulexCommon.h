@@ -30,8 +30,10 @@ public:
     static std::string TempFolderPath();              // <root>/tmp/EMULEX/temp
     static std::string CacheFilePath(const std::string& name);
     static std::string TempFilePath(const std::string& name);
-    // Whole seconds since the file's last modification (negative when it lies
-    // in the future); false when the file cannot be stat'ed.
+    // Whole seconds since the cache file's last modification (negative when
+    // it lies in the future); false when there is no regular file. Any other
+    // entry but a folder (a link, a FIFO) is removed, so the tool's output
+    // that replaces it can neither leave the work area nor block its reader.
     static bool FileAgeSeconds(const std::string& path, long* age);
 
     // ---- Adapter attribute cache ------------------------------------------

@@ -1,6 +1,7 @@
 // Last-error code, tool lookup, shell command execution, the adapter listing
 // and the paths of the provider's work area.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -243,7 +244,13 @@ bool CEmulexCommon::FileAgeSeconds(const std::string& path, long* age) {
     if (age == nullptr) return false;
     time_t now = std::time(nullptr);
     struct stat st;
-    if (::stat(path.c_str(), &st) != 0) return false;
+    if (::lstat(path.c_str(), &st) != 0) return false;
+    if (!S_ISREG(st.st_mode)) {
+        if (!S_ISDIR(st.st_mode) && ::unlink(path.c_str()) == 0)
+            CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "removed a cache entry that is no file:[%s]",
+                                      path.c_str());
+        return false;
+    }
     *age = static_cast<long>(std::difftime(now, st.st_mtime));
     return true;
 }

@@ -2,6 +2,7 @@
 // system, and cache files that are not files.
 #include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -93,9 +94,11 @@ INSTANTIATE_TEST_SUITE_P(Mounts, SpoiltWorkAreaTest,
                                                           "qdmhost.lock: Read-only file system"}),
                          [](const auto& info) { return std::string(info.param.name); });
 
-enum class Blocker { Folder, OutsideLink };
+enum class Blocker { Folder, OutsideLink, Fifo };
 
-void PrintTo(Blocker blocker, std::ostream* out) { *out << (blocker == Blocker::Folder ? "folder" : "link"); }
+void PrintTo(Blocker blocker, std::ostream* out) {
+    *out << (blocker == Blocker::Folder ? "folder" : blocker == Blocker::Fifo ? "fifo" : "link");
+}
 
 // Where the link blocker points: nothing may be written there.
 const char kOutside[] = "/etc/qdmtest-outside";
@@ -114,6 +117,8 @@ protected:
     void Block(const std::string& path, Blocker blocker) {
         if (blocker == Blocker::Folder)
             qdmtest::WriteFile(path + "/inside", "");
+        else if (blocker == Blocker::Fifo)
+            ASSERT_EQ(::mkfifo(path.c_str(), 0644), 0) << std::strerror(errno);
         else
             ASSERT_EQ(::symlink(kOutside, path.c_str()), 0) << std::strerror(errno);
     }
@@ -154,18 +159,19 @@ std::string CacheTestName(const ::testing::TestParamInfo<std::tuple<Blocker, Cac
     return name.substr(0, name.find_first_of("1.")) + (std::get<1>(info.param).port ? "OfOnePort" : "");
 }
 
-// Left out while the provider fails them (no test may be disabled or skipped):
-// a FIFO in place of any of these files blocks qdmhost for ever, since the
-// provider takes any existing entry for a fresh cache file and opens it for
-// reading; a link in place of the attribute or version file makes the
-// provider write the tool's output to /etc through the shell's "> file".
 INSTANTIATE_TEST_SUITE_P(Folder, UnreadableCacheTest,
                          ::testing::Combine(::testing::Values(Blocker::Folder),
                                             ::testing::Values(kListing, kAttributes, kVersion)),
                          CacheTestName);
 
 INSTANTIATE_TEST_SUITE_P(OutsideLink, UnreadableCacheTest,
-                         ::testing::Combine(::testing::Values(Blocker::OutsideLink), ::testing::Values(kListing)),
+                         ::testing::Combine(::testing::Values(Blocker::OutsideLink),
+                                            ::testing::Values(kListing, kAttributes, kVersion)),
+                         CacheTestName);
+
+INSTANTIATE_TEST_SUITE_P(Fifo, UnreadableCacheTest,
+                         ::testing::Combine(::testing::Values(Blocker::Fifo),
+                                            ::testing::Values(kListing, kAttributes, kVersion)),
                          CacheTestName);
 
 }  // namespace

@@ -5,9 +5,11 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "CEmulexCommon.h"
 #include "CFC_EMULEX_Vendor.h"
+#include "HostSys.h"
 #include "TestEnv.h"
 
 namespace vendortest {
@@ -99,5 +101,26 @@ inline ProviderEntryPoints LoadProvider() {
     entry.release = reinterpret_cast<void (*)(void*)>(::dlsym(library, "_Z13ReleaseVendorPv"));
     return entry;
 }
+
+// A vendor test that reaches the provider through its loaded library, as the
+// host does; the factory's console lines are kept in shown_.
+class ProviderTest : public VendorTest {
+protected:
+    void SetUp() override {
+        VendorTest::SetUp();
+        if (IsSkipped()) return;
+        entry_ = LoadProvider();
+        ASSERT_NE(entry_.factory, nullptr) << ::dlerror();
+        ASSERT_NE(entry_.release, nullptr);
+        qdmhost::SetShowMessageSink([this](const std::string& line) { shown_.push_back(line); });
+    }
+    void TearDown() override {
+        qdmhost::SetShowMessageSink({});
+        VendorTest::TearDown();
+    }
+
+    ProviderEntryPoints entry_;
+    std::vector<std::string> shown_;
+};
 
 }  // namespace vendortest

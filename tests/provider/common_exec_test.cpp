@@ -1,6 +1,7 @@
 // Last-error text, digit scan, command execution, the adapter listing and the
 // work-area paths.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -108,6 +109,26 @@ TEST_F(CommonExecTest, FileAgeInWholeSeconds) {
     ASSERT_TRUE(CEmulexCommon::FileAgeSeconds(file, &age));
     EXPECT_LT(age, 0);
     EXPECT_FALSE(CEmulexCommon::FileAgeSeconds(temp_ + "/missing", &age));
+}
+
+TEST_F(CommonExecTest, CacheEntriesThatAreNoFileAreNeverFresh) {
+    const std::string target = root_ + "/outside.txt";
+    qdmtest::WriteFile(target, "kept");
+    ASSERT_EQ(0, ::symlink(target.c_str(), (temp_ + "/link").c_str()));
+    ASSERT_EQ(0, ::mkfifo((temp_ + "/fifo").c_str(), 0644));
+    qdmtest::WriteFile(temp_ + "/folder/inside", "");
+    const struct {
+        const char* name;
+        bool removed;  // links and FIFOs give way to the tool's output
+    } rows[] = {{"link", true}, {"fifo", true}, {"folder", false}};
+    for (const auto& row : rows) {
+        long age = 0;
+        const std::string path = temp_ + "/" + row.name;
+        EXPECT_FALSE(CEmulexCommon::FileAgeSeconds(path, &age)) << row.name;
+        struct stat st;
+        EXPECT_EQ(row.removed, ::lstat(path.c_str(), &st) != 0) << row.name;
+    }
+    EXPECT_EQ("kept", qdmtest::ReadFile(target));
 }
 
 TEST_F(CommonExecTest, QuotesAreStrippedBeforeTheShellRuns) {

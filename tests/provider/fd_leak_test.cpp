@@ -100,24 +100,19 @@ using Step = std::pair<std::string, std::function<int()>>;
 // The vendors of kPorts, in that order.
 using Vendors = std::array<CVendor*, 3>;
 
-class FdLeakTest : public VendorTest {
+class FdLeakTest : public ProviderTest {
 protected:
     void SetUp() override {
-        VendorTest::SetUp();
+        ProviderTest::SetUp();
         if (IsSkipped()) return;
-        entry_ = LoadProvider();
-        ASSERT_NE(entry_.factory, nullptr) << ::dlerror();
-        ASSERT_NE(entry_.release, nullptr);
         folder_ = qdmtest::MakeTempDir("fdleak");
         ASSERT_FALSE(qdmtest::InstallSimulator(folder_, qdmtest::DemoState()).empty());
         std::filesystem::create_directories(kIdsFolder);
-        qdmhost::SetShowMessageSink([](const std::string&) {});  // the factory's console lines
     }
     void TearDown() override {
-        qdmhost::SetShowMessageSink({});
         while (!built_.empty()) Release(built_.front());
         qdmtest::RemoveTree(folder_);
-        VendorTest::TearDown();
+        ProviderTest::TearDown();
     }
 
     // Each operation between two listings of the open descriptors: one line
@@ -303,7 +298,6 @@ protected:
         return operations;
     }
 
-    ProviderEntryPoints entry_;
     std::string folder_;
     std::list<CVendor*> built_;          // vendors still to release
     std::vector<std::string> switched_;  // fault switches to clear after the row

@@ -12,24 +12,7 @@ using namespace vendortest;
 
 namespace {
 
-class FactoryTest : public VendorTest {
-protected:
-    void SetUp() override {
-        VendorTest::SetUp();
-        if (IsSkipped()) return;
-        entry_ = LoadProvider();
-        ASSERT_NE(entry_.factory, nullptr) << ::dlerror();
-        ASSERT_NE(entry_.release, nullptr);
-        qdmhost::SetShowMessageSink([this](const std::string& line) { shown_.push_back(line); });
-    }
-    void TearDown() override {
-        qdmhost::SetShowMessageSink({});
-        VendorTest::TearDown();
-    }
-
-    ProviderEntryPoints entry_;
-    std::vector<std::string> shown_;
-};
+using FactoryTest = ProviderTest;
 
 }  // namespace
 
