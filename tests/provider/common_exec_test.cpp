@@ -233,7 +233,7 @@ TEST_F(ListhbasTest, AttemptsPerRecordedOutput) {
 
 TEST_F(ListhbasTest, TimeOutStopsAtOnce) {
     QDM_REQUIRE_SANDBOX();
-    InstallTool("sleep 5");  // the scaled 60 ms time-out ends it
+    InstallTool("sleep 5");  // the scaled 600 ms time-out ends it
     CEmulexCommon::ExecListhbasCommand(kHbacmd);
     EXPECT_EQ(Runs(), 1u);
     EXPECT_EQ(MessageCount(kListingFailed), 1u);

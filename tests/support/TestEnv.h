@@ -21,7 +21,7 @@ bool InSandbox();
             GTEST_SKIP() << "needs the fixed system paths: run under sandbox/run";     \
     } while (0)
 
-// Counts the host's pauses instead of waiting; time-outs shrink a thousandfold.
+// Counts the host's pauses instead of waiting; time-outs shrink a hundredfold.
 class VirtualClock {
 public:
     VirtualClock();
