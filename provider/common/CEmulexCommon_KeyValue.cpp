@@ -26,14 +26,17 @@ FileHandle OpenForReading(const std::string& file) {
     return handle;
 }
 
-// A line with its carriage returns and line feeds turned into blanks.
 bool ReadLine(FILE* in, std::string& line) {
     char buffer[kLineBuffer];
     if (std::fgets(buffer, sizeof buffer, in) == nullptr) return false;
     line = buffer;
+    return true;
+}
+
+// Key and tag lines alike are matched with their line ends read as blanks.
+void BlankLineEnds(std::string& line) {
     CStringUtil::strReplace(line, "\r", " ");
     CStringUtil::strReplace(line, "\n", " ");
-    return true;
 }
 
 bool ContainsAny(const std::string& line, const std::vector<std::string>& alternatives) {
@@ -67,6 +70,7 @@ void ScanForKeyValue(FILE* in, const std::vector<std::string>& keys, const std::
 bool SkipToTag(FILE* in, const std::vector<std::string>& tags, unsigned int index) {
     std::string line;
     while (ReadLine(in, line)) {
+        BlankLineEnds(line);
         if (!ContainsAny(line, tags)) continue;
         if (index == 0) return true;
         --index;
@@ -80,8 +84,7 @@ CEmulexCommon::KeyLineMatch CEmulexCommon::MatchKeyValueLine(std::string line,
                                                              const std::vector<std::string>& keys,
                                                              const std::string& separator,
                                                              std::pair<std::string, std::string>& result) {
-    CStringUtil::strReplace(line, "\r", " ");
-    CStringUtil::strReplace(line, "\n", " ");
+    BlankLineEnds(line);
     for (const std::string& key : keys) {
         std::string::size_type keyAt = line.find(key);
         if (keyAt == std::string::npos) continue;
