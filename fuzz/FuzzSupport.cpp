@@ -1,11 +1,10 @@
 #include "FuzzSupport.h"
 
-#include <dirent.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "CEmulexCommon.h"
 #include "FileUtility.h"
@@ -18,25 +17,12 @@ namespace {
 // Heap-held so that the exit handler still finds it after static destructors.
 const std::string* root = nullptr;
 
-void RemoveRoot() {
-    if (!root) return;
-    std::error_code ignored;
-    std::filesystem::remove_all(*root, ignored);
-}
-
-std::string MakeRoot() {
+void Prepare() {
     const char* base = std::getenv("TMPDIR");
     std::string pattern = std::string(base && *base ? base : "/tmp") + "/qdmfuzz.XXXXXX";
-    if (!mkdtemp(pattern.data())) {
-        std::perror("qdmfuzz: mkdtemp");
-        std::abort();
-    }
-    return pattern;
-}
-
-void Prepare() {
-    root = new std::string(MakeRoot());
-    std::atexit(RemoveRoot);
+    Require(mkdtemp(pattern.data()) != nullptr, "private install root created");
+    root = new std::string(pattern);
+    std::atexit([] { std::error_code ignored; std::filesystem::remove_all(*root, ignored); });
     CFileUtility::SetInstallPath(*root);
     CTraceUtility::SetLevelMask(0);
     // Operator messages are written whatever the level mask; a plain file
@@ -70,26 +56,16 @@ void Require(bool condition, const char* what) {
 }
 
 std::vector<std::string> Lines(const std::string& text) {
+    std::istringstream in(text);
     std::vector<std::string> lines;
-    std::string::size_type start = 0;
-    while (start < text.size()) {
-        std::string::size_type end = text.find('\n', start);
-        if (end == std::string::npos) end = text.size();
-        lines.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
     return lines;
 }
 
 std::vector<std::string> FolderEntries(const std::string& folder) {
     std::vector<std::string> names;
-    DIR* dir = ::opendir(folder.c_str());
-    if (!dir) return names;
-    while (struct dirent* entry = ::readdir(dir)) {
-        std::string name = entry->d_name;
-        if (name != "." && name != "..") names.push_back(name);
-    }
-    ::closedir(dir);
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) names.push_back(entry.path().filename());
     return names;
 }
 

@@ -6,48 +6,27 @@
 #include "FuzzSupport.h"
 #include "StringUtil.h"
 
-namespace {
-
-// WWPNs as the listing gives them, plus the few other characters a cache
-// file name may hold.
-std::string ConsumeWwpn(FuzzedDataProvider& input) {
-    static const char kAlphabet[] = "0123456789abcdefABCDEF:-_.";
-    std::string wwpn;
-    size_t length = input.ConsumeIntegralInRange<size_t>(1, 32);
-    for (size_t i = 0; i < length; ++i)
-        wwpn += kAlphabet[input.ConsumeIntegralInRange<size_t>(0, sizeof kAlphabet - 2)];
-    return wwpn;
-}
-
-std::string CacheFileOf(std::string wwpn) {
-    CStringUtil::strReplace(wwpn, ":", "-");
-    return CEmulexCommon::CacheFilePath("HbaAttrib" + wwpn + ".txt");
-}
-
-bool IsTrimmed(const std::string& value) {
-    static const char kOuter[] = " \t\r\n";
-    return value.empty() || (std::string(kOuter).find(value.front()) == std::string::npos &&
-                             std::string(kOuter).find(value.back()) == std::string::npos);
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    // WWPNs as the listing gives them, plus the few other characters a cache file name may hold.
+    static const char kAlphabet[] = "0123456789abcdefABCDEF:-_.";
     qdmfuzz::Root();
     FuzzedDataProvider input(data, size);
-    const std::string wwpn = ConsumeWwpn(input);
+    std::string wwpn(input.ConsumeIntegralInRange<size_t>(1, 32), '0');
+    for (char& c : wwpn) c = kAlphabet[input.ConsumeIntegralInRange<size_t>(0, sizeof kAlphabet - 2)];
     const std::string key = input.ConsumeRandomLengthString(32);
     const std::string attributes = input.ConsumeRemainingBytesAsString();
-    const std::string file = CacheFileOf(wwpn);
-    qdmfuzz::WriteFile(file, attributes);
+    std::string name = wwpn;
+    CStringUtil::strReplace(name, ":", "-");
+    qdmfuzz::WriteFile(CEmulexCommon::CacheFilePath("HbaAttrib" + name + ".txt"), attributes);
 
     std::string value = "unchanged";
-    int found = CEmulexCommon::GetHbaAttribData(wwpn, key, value);
+    const int found = CEmulexCommon::GetHbaAttribData(wwpn, key, value);
     qdmfuzz::Require(found == 0 || found == -1, "0 or -1");
-    if (found == 0) {
-        qdmfuzz::Require(attributes.find(key) != std::string::npos, "a found key is in the file");
-        qdmfuzz::Require(IsTrimmed(value), "the value is trimmed");
-    }
+    static const std::string kOuter = " \t\r\n";
+    if (found == 0)
+        qdmfuzz::Require(attributes.find(key) != std::string::npos &&
+                             (value.empty() || (kOuter.find(value.front()) == std::string::npos && kOuter.find(value.back()) == std::string::npos)),
+                         "a found key is in the file and its value is trimmed");
     qdmfuzz::Require(CEmulexCommon::DeleteHbaAttribCache(wwpn) == 0, "the cache file is deleted");
     return 0;
 }

@@ -36,10 +36,10 @@ CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Re
 ninja -C "$build" fuzzers >/dev/null
 [[ ${#targets[@]} -gt 0 ]] || mapfile -t targets < "$build/fuzz_targets.txt"
 
-# Targets that read the adapter tool's output share one dictionary.
+# The attribute target reads the adapter tool's output too: it shares the listing dictionary.
 dictionary() {
     case $1 in
-        fuzz_keyvalue|fuzz_discovery|fuzz_attrib) echo "$root/fuzz/dict/listing.dict" ;;
+        fuzz_attrib) echo "$root/fuzz/dict/listing.dict" ;;
         *) echo "$root/fuzz/dict/${1#fuzz_}.dict" ;;
     esac
 }

@@ -1,5 +1,6 @@
-// Operator texts of the message identifiers. The first insert is always the
-// component word ("vendor", "firm", "driv", "ocm").
+// Operator texts of the message identifiers. The first insert is the
+// component word ("vendor", "firm", "driv", "ocm"), except for 0019, which
+// the version comparisons send with the error text alone.
 #include <map>
 
 #include "TraceUtility.h"
@@ -27,7 +28,7 @@ const std::map<std::string, std::string>& Catalogue() {
          "%1: the device configuration report could not be started (error %2)"},
         {"MSGID_EMULEX_FC_0018_F",
          "%1: the device configuration report needs %3 %4 %5, which is not installed (error %2)"},
-        {"MSGID_EMULEX_FC_0019_F", "%1: a version text has not the expected form (error %2)"},
+        {"MSGID_EMULEX_FC_0019_F", "A version text has not the expected form (error %1)."},
         {"MSGID_EMULEXCOMMON_0001_F",
          "The adapter list could not be obtained from the adapter management tool."},
     };
