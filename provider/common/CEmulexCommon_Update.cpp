@@ -167,9 +167,8 @@ bool CEmulexCommon::ParseUpdateMessageLine(const std::string& line, const std::s
     if (line.find(prefix) == std::string::npos || line.size() <= prefix.size()) return false;
     const char* const trimmed = " \r\n";
     std::string::size_type first = line.find_first_not_of(trimmed, prefix.size());
-    // A blank message would match every line, so it is not a message.
-    if (first == std::string::npos) return false;
-    text = line.substr(first, line.find_last_not_of(trimmed) + 1 - first);
+    // Blanks only still make a message: an empty one, which every line holds.
+    text = first == std::string::npos ? std::string() : line.substr(first, line.find_last_not_of(trimmed) + 1 - first);
     return true;
 }
 

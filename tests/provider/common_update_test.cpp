@@ -1,197 +1,170 @@
-// Update tool execution and the four ways of judging its result.
-#include <gtest/gtest.h>
+// Running an update tool, judging its result, and the version texts that
+// decide whether an update is due.
+#include <string>
 
-#include "CEmulexCommon.h"
+#include "CommonFixture.h"
 #include "HostSys.h"
-#include "TestEnv.h"
 
 namespace {
 
-const char kDefinitions[] =
-    "# update messages\n"
-    "SuccessMessage=Update completed successfully\r\n"
-    "SuccessMessage=  Nothing to update  \n"
-    "EndMessage=Update finished\n";
+using namespace commontest;
 
+const char kDefinitions[] = "# update messages\nSuccessMessage=Update completed successfully\r\n"
+                            "SuccessMessage=  Nothing to update  \nEndMessage=Update finished\n";
 const char kFinishedOk[] = "Flashing...\nUpdate completed successfully\nUpdate finished\n";
 
-class UpdateTest : public qdmtest::HostTest {
-protected:
-    void SetUp() override {
-        qdmtest::HostTest::SetUp();
-        definitions_ = temp_ + "/update.def";
-        result_ = temp_ + "/result.log";
-        reports_ = temp_ + "/reports";
-        qdmtest::WriteFile(definitions_, kDefinitions);
-        qdmtest::WriteFile(reports_ + "/stale.txt", "Update completed successfully\nUpdate finished\n");
-        CEmulexCommon::SetLastError(0);
-    }
-
-    int Run(const std::string& command, int mode, const std::string& output = "") {
-        returnCode_ = 12345;
-        return CEmulexCommon::EmulexUpdate(command, output, "", &returnCode_, reports_, definitions_, mode);
-    }
-
-    std::string definitions_, result_, reports_;
-    unsigned long returnCode_ = 0;
-};
-
-TEST_F(UpdateTest, ReturnCodeMode) {
-    EXPECT_EQ(1, Run("exit 0", 1));
-    EXPECT_EQ(0u, returnCode_);
-    EXPECT_EQ(0, Run("exit 3", 1));
-    EXPECT_EQ(3u, returnCode_);
-    EXPECT_EQ(33u, CEmulexCommon::GetLastError());
-    EXPECT_TRUE(HasDebug("Failed to update(exit 3)(ReturnCode=0x3)."));
-    // The reports folder is emptied of "txt" files before every run.
-    EXPECT_FALSE(qdmtest::Exists(reports_ + "/stale.txt"));
-}
-
-TEST_F(UpdateTest, ToolThatCannotStartFailsWith17) {
-    EXPECT_EQ(0, Run("exit 0", 1, root_ + "/no/such/folder/out.txt"));
-    EXPECT_EQ(17u, CEmulexCommon::GetLastError());
-    EXPECT_TRUE(HasDebugContaining("Failed to update execute(exit 0)(11)(Windows Error code:17)."));
-}
-
-TEST_F(UpdateTest, OutputZeroModeComparesTheFirstLineExactly) {
-    struct Row {
-        const char* command;
-        int result;
-    } rows[] = {
-        {"printf '0\\n'", 1},
-        {"printf '0'", 1},            // no line end at all
-        {"printf '0 \\n'", 0},        // trailing blank
-        {"printf '00\\n'", 0},
-        {"printf 'done\\n0\\n'", 0},  // only the first line counts
-        {"true", 0},                  // empty output
+TEST_F(CommonTest, EmulexUpdateJudgesEachResultMode) {
+    const std::string defs = temp_ + "/update.def", out = temp_ + "/result.log", reports = temp_ + "/reports";
+    const std::string report = "printf 'Update completed successfully\\nUpdate finished\\n' > " + reports + "/r1.txt";
+    qdmtest::WriteFile(defs, kDefinitions);
+    struct Row { std::string command; int mode; std::string output, definitions, outcome, trace; } rows[] = {
+        {"exit 0", 1, "", defs, "1 e0", "ExecForeignModule cmd:[exit 0]"},
+        {"exit 3", 1, "", defs, "0 e33", "Failed to update(exit 3)(ReturnCode=0x3)."},
+        // The tool cannot start.
+        {"exit 0", 1, root_ + "/no/such/folder/out.txt", defs, "0 e17",
+         "Failed to update execute(exit 0)(11)(Windows Error code:17)."},
+        {"printf '0\\n'", 2, out, defs, "1 e0", ""},
+        {"printf '0'", 2, out, defs, "1 e0", ""},  // no line end at all
+        {"printf '0 \\n'", 2, out, defs, "0 e33", "Failed to update(printf '0 \\n')."},  // compared exactly
+        {"printf 'done\\n0\\n'", 2, out, defs, "0 e33", ""},                           // only the first line counts
+        {"true", 2, "", defs, "0 e17", "Failed to open file()."},
+        {"printf 'Update finished\\nNothing to update\\n'", 3, out, defs, "1 e0", ""},
+        {"printf 'Update finished\\nUpdate failed\\n'", 3, out, defs, "0 e33", ""},
+        {"true", 3, out, "", "0 e17", ""},
+        {report, 4, "", defs, "1 e0", "After to find reports file.There is one update file."},
+        // Two reports are deleted before their check, so the check must fail.
+        {report + "; cp " + reports + "/r1.txt " + reports + "/r2.txt", 4, "", defs, "0 e33",
+         "After to find reports file.There is some update file."},
+        {"true", 4, "", defs, "0 e33", "After to find reports file.There is not APInstall update file."},
+        {report, 4, "", "", "0 e17", ""},
+        {"exit 0", 5, "", defs, "0 e0", "CEmulexCommon::EmulexUpdate() Resultmode = 5 [START]"},  // unknown mode
     };
     for (const Row& row : rows) {
-        CEmulexCommon::SetLastError(0);
-        EXPECT_EQ(row.result, Run(row.command, 2, result_)) << row.command;
-        EXPECT_EQ(row.result ? 0u : 33u, CEmulexCommon::GetLastError()) << row.command;
+        NextRow();
+        qdmtest::RemoveTree(out);
+        qdmtest::WriteFile(reports + "/stale.txt", "Update completed successfully\nUpdate finished\n");
+        unsigned long returnCode = 12345;  // filled by the host
+        EXPECT_EQ(row.outcome, Outcome(CEmulexCommon::EmulexUpdate(row.command, row.output, "", &returnCode, reports,
+                                                                   row.definitions, row.mode))) << row.command;
+        EXPECT_TRUE(row.trace.empty() || HasDebug(row.trace)) << row.trace;
+        // Old reports go before every run, and two reports both go.
+        EXPECT_FALSE(qdmtest::Exists(reports + "/stale.txt") || qdmtest::Exists(reports + "/r2.txt"));
     }
-    EXPECT_EQ(0, Run("printf '0\\n' >/dev/null", 2));  // no output file to read
-    EXPECT_EQ(17u, CEmulexCommon::GetLastError());
 }
 
-TEST_F(UpdateTest, ResultFileMode) {
-    EXPECT_EQ(1, Run(std::string("printf '") + "Update finished\\nNothing to update\\n'", 3, result_));
-    EXPECT_EQ(0, Run("printf 'Update finished\\nUpdate failed\\n'", 3, result_));
-    EXPECT_EQ(33u, CEmulexCommon::GetLastError());
-
-    definitions_.clear();
-    EXPECT_EQ(0, Run("true", 3, result_));
-    EXPECT_EQ(17u, CEmulexCommon::GetLastError());
-}
-
-TEST_F(UpdateTest, ReportFileModeNeedsExactlyOnePassingReport) {
-    const std::string report = "printf 'Update completed successfully\\nUpdate finished\\n' > " + reports_;
-    EXPECT_EQ(1, Run(report + "/r1.txt", 4));
-
-    // Two reports: deleted before their check, so the check must fail.
-    EXPECT_EQ(0, Run(report + "/r1.txt; cp " + reports_ + "/r1.txt " + reports_ + "/r2.txt", 4));
-    EXPECT_EQ(33u, CEmulexCommon::GetLastError());
-    EXPECT_FALSE(qdmtest::Exists(reports_ + "/r1.txt"));
-    EXPECT_FALSE(qdmtest::Exists(reports_ + "/r2.txt"));
-    EXPECT_TRUE(HasDebug("After to find reports file.There is some update file."));
-
-    EXPECT_EQ(0, Run("true", 4));  // no report at all (the stale one was removed)
-    EXPECT_EQ(33u, CEmulexCommon::GetLastError());
-    EXPECT_TRUE(HasDebug("After to find reports file.There is not APInstall update file."));
-
-    definitions_.clear();
-    EXPECT_EQ(0, Run(report + "/r1.txt", 4));
-    EXPECT_EQ(17u, CEmulexCommon::GetLastError());
-}
-
-TEST_F(UpdateTest, UnknownModeFails) { EXPECT_EQ(0, Run("exit 0", 5)); }
-
-TEST_F(UpdateTest, DefinitionLineParsing) {
-    struct Row {
-        const char* line;
-        const char* prefix;
-        bool found;
-        const char* text;
-    } rows[] = {
-        {"SuccessMessage=Done", "SuccessMessage=", true, "Done"},
-        {"SuccessMessage=  Done ok \r", "SuccessMessage=", true, "Done ok"},
-        {"EndMessage=Finished\n", "EndMessage=", true, "Finished"},
-        // The text is cut at the prefix's length, wherever the prefix stands.
-        {"xxSuccessMessage=Done", "SuccessMessage=", true, "e=Done"},
-        {"SuccessMessage=", "SuccessMessage=", false, ""},
-        {"SuccessMessage=  \r", "SuccessMessage=", false, ""},  // blank text would match any line
-        {"EndMessage=Finished", "SuccessMessage=", false, ""},
-        {"", "EndMessage=", false, ""},
+TEST_F(CommonTest, CheckUpdateResultWaitsForTheEndThenLooksForSuccess) {
+    const std::string defs = temp_ + "/update.def", result = temp_ + "/result.log";
+    std::string six;
+    for (int i = 1; i <= 6; ++i) six += "SuccessMessage=ok" + std::to_string(i) + "\n";
+    // The result file at the call (null: none), what the tool writes at poll `at`, and "RESULT eERROR POLLS".
+    struct Row { std::string definitions; const char *before, *after; int at; std::string outcome, trace; } rows[] = {
+        {kDefinitions, "Flashing...\n", kFinishedOk, 3, "1 e0 3", "Update Result Check OK"},
+        {kDefinitions, "Flashing...\nUpdate completed successfully\n", nullptr, 0, "0 e36 5", "No such end message."},
+        {kDefinitions, "Update failed\nUpdate finished\n", nullptr, 0, "0 e37 1", "No such success message."},
+        {kDefinitions, nullptr, nullptr, 0, "0 e17 1", "File Open Error"},  // looked once, after the first pause
+        {"", kFinishedOk, nullptr, 0, "0 e17 0", "File open error " + defs},
+        {"SuccessMessage=Update completed successfully\n", kFinishedOk, nullptr, 0, "1 e0 0", "no endMessage"},
+        {"EndMessage=Update finished\nSuccessMessage=\n", kFinishedOk, nullptr, 0, "0 e0 0", "no successMessage"},
+        {six, "ok6\n", nullptr, 0, "0 e37 0", "successMessage[4]=[ok5]"},  // only the first five count
+        {six, "ok5\n", nullptr, 0, "1 e0 0", "Find SuccessMsg[ok5] in [ok5]"},
+        // Blanks only make an empty message, which any line holds.
+        {"SuccessMessage=   \nEndMessage=Update finished\n", "Update finished\n", nullptr, 0, "1 e0 1",
+         "Find SuccessMsg[] in [Update finished]"},
     };
-    for (const Row& row : rows) {
-        std::string text;
-        EXPECT_EQ(row.found, CEmulexCommon::ParseUpdateMessageLine(row.line, row.prefix, text)) << row.line;
-        EXPECT_EQ(row.text, text) << row.line;
-    }
-}
-
-TEST_F(UpdateTest, CheckWaitsUntilTheEndMessageAppears) {
-    qdmtest::WriteFile(result_, "Flashing...\n");
     int polls = 0;
-    qdmhost::SetSleepHook([&](unsigned long ms) {
-        EXPECT_EQ(30000u, ms);
-        if (++polls == 3) qdmtest::WriteFile(result_, kFinishedOk);
-    });
-    EXPECT_EQ(1, CEmulexCommon::CheckUpdateResult_(result_, definitions_));
-    EXPECT_EQ(3, polls);
+    for (const Row& row : rows) {
+        NextRow();
+        qdmtest::RemoveTree(defs);
+        qdmtest::RemoveTree(result);
+        if (!row.definitions.empty()) qdmtest::WriteFile(defs, row.definitions);
+        if (row.before) qdmtest::WriteFile(result, row.before);
+        polls = 0;
+        qdmhost::SetSleepHook([&](unsigned long ms) {
+            EXPECT_EQ(30000u, ms);
+            if (++polls == row.at) qdmtest::WriteFile(result, row.after);
+        });
+        const std::string outcome = Outcome(CEmulexCommon::CheckUpdateResult_(result, defs));
+        EXPECT_EQ(row.outcome, outcome + " " + std::to_string(polls)) << row.definitions;
+        EXPECT_TRUE(HasDebug(row.trace)) << row.trace;
+    }
 }
 
-TEST_F(UpdateTest, CheckGivesUpAfterFiveWaitsWithoutEndMessage) {
-    qdmtest::WriteFile(result_, "Flashing...\nUpdate completed successfully\n");
-    EXPECT_EQ(0, CEmulexCommon::CheckUpdateResult_(result_, definitions_));
-    EXPECT_EQ(36u, CEmulexCommon::GetLastError());
-    EXPECT_EQ(5u, clock_->count(30000));
-    EXPECT_EQ(5u, clock_->sleeps().size());
-    EXPECT_TRUE(HasDebug("No such end message."));
+TEST(ParseUpdateMessageLine, TextBehindThePrefix) {
+    const char* const success = "SuccessMessage=";
+    // Trimmed text; cut at the prefix's length wherever the prefix stands; blanks only give an empty
+    // message; a line no longer than the prefix, or without it, is none.
+    struct Row { const char *line, *prefix, *text; } rows[] = {
+        {"SuccessMessage=Done", success, "1 Done"}, {"SuccessMessage=  Done ok \r", success, "1 Done ok"},
+        {"EndMessage=Finished\n", "EndMessage=", "1 Finished"}, {"xxSuccessMessage=Done", success, "1 e=Done"},
+        {"SuccessMessage=   ", success, "1 "}, {"SuccessMessage=\r", success, "1 "},
+        {"SuccessMessage=", success, "0 stale"}, {"EndMessage=Finished", success, "0 stale"},
+    };
+    for (const Row& row : rows) {
+        std::string text = "stale";
+        const bool found = CEmulexCommon::ParseUpdateMessageLine(row.line, row.prefix, text);
+        EXPECT_EQ(row.text, std::to_string(found) + " " + text) << row.line;
+    }
 }
 
-TEST_F(UpdateTest, CheckFailsWith37WhenTheEndShowsNoSuccess) {
-    qdmtest::WriteFile(result_, "Update failed: image rejected\nUpdate finished\n");
-    EXPECT_EQ(0, CEmulexCommon::CheckUpdateResult_(result_, definitions_));
-    EXPECT_EQ(37u, CEmulexCommon::GetLastError());
+TEST(FormatVersion4SegCleanDust, CutsTheFourthSegmentOnly) {
+    // Dust cut from the fourth segment only; other forms are returned unchanged, not even trimmed.
+    const std::pair<const char*, const char*> rows[] = {
+        {" 4.1.334.0a ", "4.1.334.0"}, {"10.2.370.15", "10.2.370.15"}, {"1.2.3.x9", "1.2.3."}, {"1.2a.3.4", "1.2a.3.4"},
+        {"2.02a4", "2.02a4"}, {" 1.2.3 ", " 1.2.3 "}, {"", ""},
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.second, CEmulexCommon::FormatVersion4SegCleanDust(row.first)) << row.first;
 }
 
-TEST_F(UpdateTest, CheckWithoutEndMessagesDoesNotWait) {
-    qdmtest::WriteFile(definitions_, "SuccessMessage=Update completed successfully\n");
-    qdmtest::WriteFile(result_, kFinishedOk);
-    EXPECT_EQ(1, CEmulexCommon::CheckUpdateResult_(result_, definitions_));
-    EXPECT_TRUE(clock_->sleeps().empty());
-    EXPECT_TRUE(HasDebug("no endMessage"));
+// Both comparisons: -1 when the first is newer, 1 when older; a malformed
+// side gives 0, error 30 and one 0019 message carrying "1e".
+TEST_F(CommonTest, VersionComparisons) {
+    const std::string bad = "0 e30 MSGID_EMULEX_FC_0019_F 1e;";
+    struct Row { bool firmware; const char *version1, *version2; std::string outcome; } rows[] = {
+        {false, "1.2.3.4", "1.2.3.5", "1 e0 "}, {false, "1.2.3.4", "1.2.3.4", "0 e0 "},
+        {false, "1.0.10.0", "1.0.9.0", "-1 e0 "},  // numeric, not text order
+        {false, "2.0.0.0", "1.9.9.9", "-1 e0 "},   // the first differing segment decides
+        {false, "1.2.3", "1.2.3.4", bad}, {false, "1.2.3.4", "1.2.3.4a", bad}, {false, "", "1.2.3.4", bad},
+        {false, "1.2.3.4", "1..3.4", bad}, {false, "abnormal", "1.2.3.4", bad},
+        {true, "2.02a4", "2.02a5", "1 e0 "}, {true, "2.02a4", "2.2a4", "0 e0 "},  // numbers, not texts
+        {true, "2.10a1", "2.02a9", "-1 e0 "},  // minor before letters and build
+        {true, "3.00a1", "2.99z9", "-1 e0 "},  // major first
+        // Letters: the raw difference of the first differing bytes, the end counting as 0; upper case first.
+        {true, "2.02a9", "2.02c1", "2 e0 "}, {true, "2.02A9", "2.02a1", "32 e0 "},
+        {true, "2.02a9", "2.02ab1", "98 e0 "}, {true, "2.02ab9", "2.02a1", "-98 e0 "},
+        {true, "2.02", "2.02a4", bad}, {true, "2.02a4", "abnormal", bad}, {true, "2.02a4", "2.02a4b", bad},
+    };
+    for (const Row& row : rows) {
+        NextRow();
+        const int result = row.firmware ? CEmulexCommon::CheckVendorVersionFCFirmware(row.version1, row.version2)
+                                        : CEmulexCommon::CheckVendorVersion4SegNormal(row.version1, row.version2);
+        EXPECT_EQ(row.outcome, Outcome(result) + " " + MessagesText()) << row.version1 << " vs " << row.version2;
+    }
+    EXPECT_TRUE(HasDebug("CEmulexCommon::CheckVendorVersionFCFirmware() [END] Return=[0]"));
+    EXPECT_EQ(-1, CEmulexCommon::CheckVendorVersion4SegNormal("2.0.0.0", "1.9.9.9"));
+    EXPECT_TRUE(HasDebug("CEmulexCommon::CheckVendorVersion4SegNormal() [END] Return=[-1]"));
 }
 
-TEST_F(UpdateTest, CheckWithoutSuccessMessagesFailsAtOnce) {
-    qdmtest::WriteFile(definitions_, "EndMessage=Update finished\nSuccessMessage=\n");
-    qdmtest::WriteFile(result_, kFinishedOk);
-    EXPECT_EQ(0, CEmulexCommon::CheckUpdateResult_(result_, definitions_));
-    EXPECT_TRUE(clock_->sleeps().empty());
-    EXPECT_TRUE(HasDebug("no successMessage"));
-}
-
-TEST_F(UpdateTest, OnlyTheFirstFiveSuccessMessagesCount) {
-    std::string definitions;
-    for (int i = 1; i <= 6; ++i) definitions += "SuccessMessage=ok" + std::to_string(i) + "\n";
-    qdmtest::WriteFile(definitions_, definitions);
-    qdmtest::WriteFile(result_, "ok6\n");
-    EXPECT_EQ(0, CEmulexCommon::CheckUpdateResult_(result_, definitions_));
-    EXPECT_EQ(37u, CEmulexCommon::GetLastError());
-    qdmtest::WriteFile(result_, "ok5\n");
-    EXPECT_EQ(1, CEmulexCommon::CheckUpdateResult_(result_, definitions_));
-}
-
-TEST_F(UpdateTest, CheckFailsWith17OnMissingFiles) {
-    EXPECT_EQ(0, CEmulexCommon::CheckUpdateResult_(result_, temp_ + "/missing.def"));
-    EXPECT_EQ(17u, CEmulexCommon::GetLastError());
-    EXPECT_TRUE(clock_->sleeps().empty());
-
-    CEmulexCommon::SetLastError(0);
-    EXPECT_EQ(0, CEmulexCommon::CheckUpdateResult_(temp_ + "/missing.log", definitions_));
-    EXPECT_EQ(17u, CEmulexCommon::GetLastError());
-    EXPECT_EQ(1u, clock_->count(30000));  // looked once, after the first pause
+// Major, minor, letters and build; out-arguments stay untouched when the text is malformed.
+TEST_F(CommonTest, FirmwareFormat) {
+    const std::string bad = "0 -7 -7 untouched -7";
+    // Malformed: neither digit nor letter, tail not all digits, three parts, no letter group, no
+    // build, no major digits, no minor digits, a dash behind the letters, empty parts, a high byte.
+    const std::pair<const char*, std::string> rows[] = {
+        {"2.02a4", "1 2 2 a 4"}, {"2.10A12", "1 2 10 A 12"}, {"3.00abc07", "1 3 0 abc 7"},
+        {"2.02-4", bad}, {"2.02a4b", bad}, {"2.0.2a4", bad}, {"2.02", bad}, {"2.02a", bad}, {"x.02a4", bad},
+        {"2.a4", bad}, {"2.02a-4", bad}, {".", bad}, {"2.02\3514", bad},
+    };
+    for (const auto& row : rows) {
+        long major = -7, minor = -7, build = -7;
+        std::string letters = "untouched";
+        const bool valid = CEmulexCommon::CheckVersionFCFirmwareFormat(row.first, major, minor, letters, build);
+        EXPECT_EQ(valid, CEmulexCommon::CheckVersionFCFirmwareFormat(row.first)) << row.first;
+        EXPECT_EQ(row.second, std::to_string(valid) + " " + std::to_string(major) + " " + std::to_string(minor) + " " +
+                                  letters + " " + std::to_string(build)) << row.first;
+    }
+    // The format test alone reports nothing.
+    EXPECT_EQ("0 e0 ", Outcome(0) + " " + MessagesText());
+    EXPECT_TRUE(HasDebug("CEmulexCommon::CheckVersionFCFirmwareFormat() [2][02][a][4]"));
 }
 
 }  // namespace

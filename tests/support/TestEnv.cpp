@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <ctime>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -15,6 +17,26 @@
 #include "HostSys.h"
 
 namespace fs = std::filesystem;
+
+namespace {
+// 0 while the wall clock runs; set by the first SetFileAge of a test.
+std::atomic<time_t> frozenNow{0};
+
+time_t RealNow() {
+    struct timespec now;
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return now.tv_sec;
+}
+}  // namespace
+
+// File ages are measured against time(). A test that ages a file freezes it,
+// so that an age of 3599 s cannot turn into 3600 s while the test runs.
+extern "C" time_t time(time_t* out) noexcept {
+    time_t now = frozenNow.load();
+    if (now == 0) now = RealNow();
+    if (out != nullptr) *out = now;
+    return now;
+}
 
 namespace qdmtest {
 
@@ -70,10 +92,10 @@ bool Exists(const std::string& path) {
 }
 
 void SetFileAge(const std::string& path, long seconds) {
-    struct timeval now;
-    ::gettimeofday(&now, nullptr);
+    time_t expected = 0;
+    frozenNow.compare_exchange_strong(expected, RealNow());
     struct timeval times[2];
-    times[0].tv_sec = now.tv_sec - seconds;
+    times[0].tv_sec = frozenNow.load() - seconds;
     times[0].tv_usec = 0;
     times[1] = times[0];
     ::utimes(path.c_str(), times);
@@ -110,6 +132,7 @@ void HostTest::TearDown() {
     clock_ = nullptr;
     CTraceUtility::StopCapture();
     CCommon_Information::SetArchitectureOverride("");
+    frozenNow = 0;
     RemoveTree(root_);
 }
 

@@ -40,7 +40,8 @@ void WriteFile(const std::string& path, const std::string& content);
 // Writes an executable shell script ("#!/bin/sh" is prepended).
 void WriteScript(const std::string& path, const std::string& body);
 bool Exists(const std::string& path);
-// Sets the file's modification time to now - seconds (negative: future).
+// Sets the file's modification time to now - seconds (negative: future) and
+// stops the clock that the provider reads until the test ends.
 void SetFileAge(const std::string& path, long seconds);
 void RemoveTree(const std::string& path);
 std::string MakeTempDir(const std::string& tag);
