@@ -74,7 +74,7 @@ CFC_EMULEX_8G_2P_Vendor::CFC_EMULEX_8G_2P_Vendor(std::string deviceId) : CFC_EMU
     modelKey = "fcelx_8g2p_" + ReadPciIds(deviceId);
     vendorClassName = className;
     CTraceUtility::WriteDebug("fc", CTraceUtility::TRACE_FUNC,
-                              "CFC_EMULEX_8G_2P_Vendor::CFC_EMULEX_8G_2P_Vendor() [%s] [END]", modelKey.c_str());
+                              "CFC_EMULEX_8G_2P_Vendor::CFC_EMULEX_8G_2P_Vendor() [END]");
 }
 
 CFC_EMULEX_8G_2P_Vendor::~CFC_EMULEX_8G_2P_Vendor() {

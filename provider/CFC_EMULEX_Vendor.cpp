@@ -153,13 +153,13 @@ int CFC_EMULEX_Vendor::CheckHardwareVersion(std::string, std::string) {
 
 std::string CFC_EMULEX_Vendor::GetWWPNOriginal() {
     if (!wwpn.empty()) {
+        // The one line of a cached answer names the port and its WWPN.
         CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                                  "CFC_EMULEX_Vendor::GetWWPNOriginal() [%s] [%s] [END]",
+                                  "CFC_EMULEX_Vendor::GetWWPNOriginal() [END] [%s] [%s]",
                                   deviceId.c_str(), wwpn.c_str());
         return wwpn;
     }
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CFC_EMULEX_Vendor::GetWWPNOriginal() [%s] [START]", deviceId.c_str());
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CFC_EMULEX_Vendor::GetWWPNOriginal() [START]");
     const std::string listPath = CFileUtility::GetInstallPath(0) + "/" + "tmp" + "/" + "EMULEX" +
                                  "/" + "cache" + "/" + "Listhbas.txt";
     if (ListhbasAgeHours(listPath) == 0) {
@@ -199,9 +199,7 @@ std::string CFC_EMULEX_Vendor::GetWWPNOriginal() {
         if (auto* firmware = dynamic_cast<CEMULEX_Firmware*>(firmwareModule)) firmware->SetWWPNorMac(wwpn);
         if (auto* driver = dynamic_cast<CEMULEX_Driver*>(driverModule)) driver->SetWWPNorMac(wwpn);
     }
-    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CFC_EMULEX_Vendor::GetWWPNOriginal() [%s] [%s] [END]", deviceId.c_str(),
-                              wwpn.c_str());
+    CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CFC_EMULEX_Vendor::GetWWPNOriginal() [END]");
     return wwpn;
 }
 
@@ -211,8 +209,7 @@ std::string CFC_EMULEX_Vendor::GetWWPNEditedforDisplay() {
     std::string display = CStringUtil::StringToUpperCase(wwpn);
     CStringUtil::strReplace(display, ":", "");
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CFC_EMULEX_Vendor::GetWWPNEditedforDisplay() [%s] [END]",
-                              display.c_str());
+                              "CFC_EMULEX_Vendor::GetWWPNEditedforDisplay() [END]");
     return display;
 }
 
@@ -256,8 +253,7 @@ void CFC_EMULEX_Vendor::GetExtendedInfo(std::list<std::pair<std::string, std::st
 
 std::string CFC_EMULEX_Vendor::GetUpdateOrderModuleKind(UPDATE_ORDER order, bool) {
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CFC_EMULEX_Vendor::GetUpdateOrderModuleKind() [%d] [START]",
-                              static_cast<int>(order));
+                              "CFC_EMULEX_Vendor::GetUpdateOrderModuleKind() [START]");
     std::string kind;
     switch (order) {
         case ORDER_FIRST: kind = "util"; break;
@@ -266,7 +262,7 @@ std::string CFC_EMULEX_Vendor::GetUpdateOrderModuleKind(UPDATE_ORDER order, bool
         default: break;
     }
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CFC_EMULEX_Vendor::GetUpdateOrderModuleKind() [%s] [END]", kind.c_str());
+                              "CFC_EMULEX_Vendor::GetUpdateOrderModuleKind() [END]");
     return kind;
 }
 
@@ -285,8 +281,7 @@ void CFC_EMULEX_Vendor::GetShortageOfNecessaryApplicationInfo(std::list<CNecessa
 
 int CFC_EMULEX_Vendor::CheckUpdateConditionByDevicevendor(std::string moduleKind, CManageRepositoryInfo*) {
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CFC_EMULEX_Vendor::CheckUpdateConditionByDevicevendor() [%s] [START]",
-                              moduleKind.c_str());
+                              "CFC_EMULEX_Vendor::CheckUpdateConditionByDevicevendor() [START]");
     int result = 0;
     auto* utility = moduleKind == "util" ? dynamic_cast<CEMULEX_OCM_Utility*>(FindOcmUtility(utilityModules))
                                          : nullptr;
@@ -296,7 +291,7 @@ int CFC_EMULEX_Vendor::CheckUpdateConditionByDevicevendor(std::string moduleKind
         result = 1;
     }
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CFC_EMULEX_Vendor::CheckUpdateConditionByDevicevendor() [%d] [END]", result);
+                              "CFC_EMULEX_Vendor::CheckUpdateConditionByDevicevendor() [END]");
     return result;
 }
 
@@ -344,7 +339,7 @@ int CFC_EMULEX_Vendor::StartOutputDeviceConfigInfo(std::string, void*) {
         result = 1;
     }
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC,
-                              "CFC_EMULEX_Vendor::StartOutputDeviceConfigInfo() [%d] [END]", result);
+                              "CFC_EMULEX_Vendor::StartOutputDeviceConfigInfo() [END]");
     return result;
 }
 

@@ -7,7 +7,6 @@
 #include "CFC_EMULEX_8G_2P_Vendor.h"
 #include "CFC_EMULEX_Vendor.h"
 #include "HostSys.h"
-#include "TraceUtility.h"
 
 namespace {
 
@@ -31,20 +30,13 @@ CVendor* BuildVendor(const std::string& className, const char* deviceId) {
 }  // namespace
 
 void* GetVendorFactory(const char* className, const char* deviceId) {
-    try {
-        ShowMessage(L"WINAPI GetVendorFactory", className);
-        if (className == nullptr || deviceId == nullptr) {
-            ShowMessage(L"GetFactory NULL");
-            return nullptr;
-        }
-        return BuildVendor(std::string(className), deviceId);
-    } catch (...) {
-        // An exception must not unwind into the host through a C entry point;
-        // a vendor that cannot be built is reported as no vendor.
-        CTraceUtility::WriteDebug("fc", CTraceUtility::TRACE_ERROR,
-                                  "GetVendorFactory() the vendor object could not be built.");
+    // No handler: a failed allocation reaches the host as the allocator's exception.
+    ShowMessage(L"WINAPI GetVendorFactory", className);
+    if (className == nullptr || deviceId == nullptr) {
+        ShowMessage(L"GetFactory NULL");
         return nullptr;
     }
+    return BuildVendor(std::string(className), deviceId);
 }
 
 void ReleaseVendor(void* vendor) {

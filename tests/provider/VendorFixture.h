@@ -1,11 +1,9 @@
 #pragma once
-// Shared set-up of the vendor tests: a fake adapter tool that records its
-// runs and prints a fixed adapter listing, and a concrete test vendor.
+// Shared set-up of the vendor tests: a fake adapter tool that logs its runs
+// and prints a fixed listing, a vendor with no model of its own, and the
+// provider library's entry points resolved as the host resolves them.
 #include <dlfcn.h>
 #include <unistd.h>
-
-#include <string>
-#include <vector>
 
 #include "CEmulexCommon.h"
 #include "CFC_EMULEX_Vendor.h"
@@ -19,33 +17,23 @@ const char kHbacmd[] = "/usr/sbin/ocmanager/hbacmd";
 const char kDeviceId[] = "0000:03:00.1-PCI\\VEN_10DF&DEV_F100&SUBSYS_F10010DF";
 const char kWwpn[] = "10:00:00:00:c9:12:34:56";
 
-// One port block as the adapter tool prints it (values from column 17).
-inline std::string ListingBlock(const std::string& wwpn, const std::string& bus,
-                                const std::string& function) {
-    return "Port WWN       : " + wwpn + "\n" +
-           "Node WWN       : 20:00:00:00:c9:12:34:56\n"
-           "Serial No.     : FC1\n"
-           "Port Number    : " + function + "\n" +
-           "PCI Bus Number : " + bus + "\n" +
-           "PCI Function   : " + function + "\n" +
-           "Port Type      : FC\n\n";
+// One port as the adapter tool lists it (values from column 17).
+inline std::string Listing(const std::string& wwpn, const std::string& bus = "3", const std::string& function = "1") {
+    return "Manageable HBA List\n\nPort WWN       : " + wwpn + "\nNode WWN       : 20:00:00:00:c9:12:34:56\n" +
+           "Serial No.     : FC1\nPort Number    : " + function + "\nPCI Bus Number : " + bus +
+           "\nPCI Function   : " + function + "\nPort Type      : FC\n\n";
 }
 
-inline std::string Listing(const std::string& wwpn) {
-    return "Manageable HBA List\n\n" + ListingBlock(wwpn, "3", "1");
-}
-
-// A vendor with no model of its own: the base's behaviour, and access to
-// the fields that the model vendors would set.
+// A vendor with no model of its own, with access to the fields a model sets.
 class TestVendor : public CFC_EMULEX_Vendor {
 public:
     explicit TestVendor(const std::string& id) : CFC_EMULEX_Vendor(id) {}
     void LinkDevice() override {}
-    void Attach(CFirmware* firmware, CDriver* driver) {
+    void Attach(CFirmware* firmware, CDriver* driver, CUtility* utility = nullptr) {
         firmwareModule = firmware;
         driverModule = driver;
+        if (utility != nullptr) utilityModules.push_back(utility);
     }
-    void AttachUtility(CUtility* utility) { utilityModules.push_back(utility); }
     void SetWwpn(const std::string& value) { wwpn = value; }
     void SetClassName(const std::string& name) { vendorClassName = name; }
     void SetDeviceId(const std::string& id) { deviceId = id; }
@@ -63,18 +51,16 @@ protected:
         ::unlink(kHbacmd);
         HostTest::TearDown();
     }
-
     // The fake tool prints `listing` for "listhbas" and logs every run.
     void InstallHbacmd(const std::string& listing) {
         qdmtest::WriteFile(root_ + "/listing.txt", listing);
-        qdmtest::WriteScript(kHbacmd, "echo \"$1\" >> '" + runs_ + "'\n"
-                                      "case \"$1\" in listhbas) cat '" + root_ + "/listing.txt';; esac\n");
+        qdmtest::WriteScript(kHbacmd, "echo \"$1\" >> '" + runs_ + "'\ncase \"$1\" in listhbas) cat '" + root_ +
+                                          "/listing.txt';; esac\n");
     }
-    int HbacmdRuns(const std::string& verb) const {
+    int HbacmdRuns() const {
         const std::string log = qdmtest::ReadFile(runs_);
         int count = 0;
-        for (size_t at = log.find(verb + "\n"); at != std::string::npos; at = log.find(verb + "\n", at + 1))
-            ++count;
+        for (size_t at = 0; (at = log.find("listhbas\n", at)) != std::string::npos; ++at) ++count;
         return count;
     }
     std::string ListPath() const { return cache_ + "/Listhbas.txt"; }
@@ -82,36 +68,19 @@ protected:
     std::string runs_;
 };
 
-}  // namespace vendortest
-
-namespace vendortest {
-
-// The provider library's two entry points, resolved by their exact symbols.
-struct ProviderEntryPoints {
-    void* (*factory)(const char*, const char*) = nullptr;
-    void (*release)(void*) = nullptr;
-};
-
-// Loads the library once per process and keeps it loaded.
-inline ProviderEntryPoints LoadProvider() {
-    static void* library = ::dlopen(QDM_PROVIDER_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-    ProviderEntryPoints entry;
-    if (library == nullptr) return entry;
-    entry.factory = reinterpret_cast<void* (*)(const char*, const char*)>(::dlsym(library, "GetVendorFactory"));
-    entry.release = reinterpret_cast<void (*)(void*)>(::dlsym(library, "_Z13ReleaseVendorPv"));
-    return entry;
-}
-
-// A vendor test that reaches the provider through its loaded library, as the
-// host does; the factory's console lines are kept in shown_.
+// Reaches the provider through its loaded library, as the host does; the
+// factory's console lines are kept in shown_.
 class ProviderTest : public VendorTest {
 protected:
     void SetUp() override {
         VendorTest::SetUp();
         if (IsSkipped()) return;
-        entry_ = LoadProvider();
-        ASSERT_NE(entry_.factory, nullptr) << ::dlerror();
-        ASSERT_NE(entry_.release, nullptr);
+        static void* library = ::dlopen(QDM_PROVIDER_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(library, nullptr) << ::dlerror();
+        factory_ = reinterpret_cast<void* (*)(const char*, const char*)>(::dlsym(library, "GetVendorFactory"));
+        release_ = reinterpret_cast<void (*)(void*)>(::dlsym(library, "_Z13ReleaseVendorPv"));
+        ASSERT_NE(factory_, nullptr) << "GetVendorFactory not exported under its plain name";
+        ASSERT_NE(release_, nullptr) << "ReleaseVendor not exported as _Z13ReleaseVendorPv";
         qdmhost::SetShowMessageSink([this](const std::string& line) { shown_.push_back(line); });
     }
     void TearDown() override {
@@ -119,7 +88,8 @@ protected:
         VendorTest::TearDown();
     }
 
-    ProviderEntryPoints entry_;
+    void* (*factory_)(const char*, const char*) = nullptr;
+    void (*release_)(void*) = nullptr;
     std::vector<std::string> shown_;
 };
 

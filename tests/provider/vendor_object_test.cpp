@@ -1,0 +1,302 @@
+// The vendor object of one port: WWPN lookup and its adapter-list age rule,
+// identity answers, update order and condition, the three models and their
+// linking, the configuration report and the operations' trace lines.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <typeinfo>
+
+#include "CEMULEX_OCM_Utility.h"
+#include "CFC_EMULEX_16G_Firmware.h"
+#include "CFC_EMULEX_16G_Vendor.h"
+#include "CFC_EMULEX_8G_1P_Vendor.h"
+#include "CFC_EMULEX_8G_2P_Vendor.h"
+#include "CFC_EMULEX_8G_Firmware.h"
+#include "CFC_EMULEX_Driver.h"
+#include "VendorFixture.h"
+
+using namespace vendortest;
+
+namespace {
+
+using Strings = std::vector<std::string>;
+using Pairs = std::list<std::pair<std::string, std::string>>;
+const Strings kToolMissing = {"vendor", "b", "Emulex", "FC", "One Command Manager"};
+const std::string kLspciLine = "03:00.0 \"0c04\" \"10DF\" \"F100\" -r03 \"10DF\" \"F100\"";
+const char kFullKey[] = "fcelx_8g2p_10df_f100_10df_f100";
+
+// Modules with fixed versions that record the WWPN they are told.
+class FakeFirmware : public CFC_EMULEX_Firmware {
+public:
+    FakeFirmware(const std::string& version = "", const std::string& bootBios = "")
+        : CFC_EMULEX_Firmware(kDeviceId, ""), bootBios_(bootBios) { operatingVersionCache = version; }
+    std::string GetBootBiosVersion() override { return bootBios_; }
+    void SetWWPNorMac(std::string value) override { received = value; }
+    std::string received, bootBios_;
+};
+
+class FakeDriver : public CFC_EMULEX_Driver {
+public:
+    FakeDriver(const std::string& version = "") : CFC_EMULEX_Driver(kDeviceId, "", "") { operatingVersionCache = version; }
+    void SetWWPNorMac(std::string value) override { received = value; }
+    std::string received;
+};
+
+class FakeUtility : public CEMULEX_OCM_Utility {
+public:
+    FakeUtility(const std::string& version) : CEMULEX_OCM_Utility(kDeviceId) { operatingVersionCache = version; }
+};
+
+class ObjectTest : public VendorTest {
+protected:
+    void SetUp() override {
+        VendorTest::SetUp();
+        if (IsSkipped()) return;
+        qdmtest::WriteFile("/opt/velmora/qdm/provider/tmp/EMULEX/temp/.keep", "");  // where the 4ids file goes
+        savedPath_ = std::getenv("PATH");
+        ::setenv("PATH", (root_ + "/bin:" + savedPath_).c_str(), 1);
+        InstallLspci("echo '" + kLspciLine + "'\n");
+        CFC_EMULEX_Vendor::stGenFC.clear();
+        CFC_EMULEX_Vendor::stVerFC.clear();
+        qdmtest::WriteFile(root_ + "/report/.keep", "");
+    }
+    void TearDown() override {
+        if (!savedPath_.empty()) ::setenv("PATH", savedPath_.c_str(), 1);
+        VendorTest::TearDown();
+    }
+    // The fake lspci records its arguments, then runs `body`.
+    void InstallLspci(const std::string& body) {
+        qdmtest::WriteScript(root_ + "/bin/lspci", "echo \"$*\" > '" + root_ + "/lspci_args'\n" + body);
+    }
+    int LevelOf(const std::string& text) const {
+        for (const auto& line : Debug())
+            if (line.text == text) return line.level;
+        return -1;
+    }
+    std::string Report() const { return qdmtest::ReadFile(root_ + "/report/Emulex_FcConfigInfo.xml"); }
+
+    std::string savedPath_;
+};
+
+}  // namespace
+
+TEST_F(ObjectTest, AdapterListIsRefreshedOnceAnHourOldAndTheWwpnKept) {
+    const long kMissing = 1L << 40;
+    const struct { long ageSeconds; int runs; const char* wwpn; } rows[] = {
+        {3599, 0, "10:00:00:00:c9:00:00:01"},  // just under an hour: the list on disk is reused
+        {3600, 1, kWwpn},                      // one hour: refreshed
+        {kMissing, 1, kWwpn},
+        {-600, 1, kWwpn},  // dated in the future: refreshed
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.ageSeconds);
+        qdmtest::RemoveTree(runs_);
+        qdmtest::RemoveTree(ListPath());
+        InstallHbacmd(Listing(kWwpn));
+        if (row.ageSeconds != kMissing) {
+            qdmtest::WriteFile(ListPath(), Listing("10:00:00:00:c9:00:00:01"));
+            qdmtest::SetFileAge(ListPath(), row.ageSeconds);
+        }
+        TestVendor vendor(kDeviceId);
+        EXPECT_EQ(vendor.GetWWPNOriginal(), row.wwpn);
+        EXPECT_EQ(HbacmdRuns(), row.runs);
+        qdmtest::RemoveTree(ListPath());
+        qdmtest::RemoveTree(runs_);
+        CTraceUtility::ClearCapture();
+        EXPECT_EQ(vendor.GetWWPNOriginal(), row.wwpn);  // cached: no command runs, no file is read
+        EXPECT_FALSE(qdmtest::Exists(runs_) || qdmtest::Exists(ListPath()));
+        ASSERT_EQ(Debug().size(), 1u);  // one line naming port and WWPN
+        EXPECT_EQ(Debug()[0].text, "CFC_EMULEX_Vendor::GetWWPNOriginal() [END] [" + std::string(kDeviceId) + "] [" + row.wwpn + "]");
+        EXPECT_EQ(Debug()[0].level, 4);
+    }
+}
+
+TEST_F(ObjectTest, MissingToolIsReportedAndListed) {
+    TestVendor vendor(kDeviceId);
+    EXPECT_EQ(vendor.GetWWPNOriginal(), "");
+    ASSERT_EQ(MessageCount("MSGID_EMULEX_FC_0013_F"), 1u);
+    EXPECT_EQ(Messages().back().inserts, kToolMissing);
+    EXPECT_TRUE(HasDebug("Failed to get OCM Path"));
+    EXPECT_EQ(Debug().back().text, "CFC_EMULEX_Vendor::CFC_EMULEX_Vendor() [END]");  // on purpose
+    std::list<CNecessaryComponentInfo> missing(1);
+    vendor.GetShortageOfNecessaryApplicationInfo(missing);
+    ASSERT_EQ(missing.size(), 2u);  // appended, not replaced
+    EXPECT_EQ(missing.back().componentName, "One Command Manager");
+    EXPECT_EQ(vendor.StartOutputDeviceConfigInfo("", nullptr), 1);
+    ASSERT_EQ(MessageCount("MSGID_EMULEX_FC_0018_F"), 1u);
+    EXPECT_EQ(Messages().back().inserts, kToolMissing);
+    EXPECT_TRUE(HasDebug("CFC_EMULEX_Vendor::StartOutputDeviceConfigInfo() "
+                         "CEmulexCommon::GetOCMManagerInstallPath is return false."));
+
+    InstallHbacmd(Listing(kWwpn));
+    vendor.GetShortageOfNecessaryApplicationInfo(missing);
+    EXPECT_EQ(missing.size(), 2u);
+    EXPECT_EQ(vendor.StartOutputDeviceConfigInfo("", nullptr), 0);
+}
+
+TEST_F(ObjectTest, FoundWwpnGoesToFirmwareAndDriverAndAnUnlistedPortDropsTheList) {
+    const struct { std::string listing; const char* wwpn; size_t failures; } rows[] = {
+        {Listing(kWwpn), kWwpn, 0},
+        {Listing(kWwpn, "4", "0"), "", 1},  // the port is not listed
+    };
+    for (const auto& row : rows) {
+        CTraceUtility::ClearCapture();
+        qdmtest::RemoveTree(ListPath());
+        InstallHbacmd(row.listing);
+        auto* firmware = new FakeFirmware;
+        auto* driver = new FakeDriver;
+        TestVendor vendor(kDeviceId);
+        vendor.Attach(firmware, driver);
+        EXPECT_EQ(vendor.CheckHardwareVersion("x", "y"), 0);  // resolves the WWPN as a side effect
+        EXPECT_EQ(firmware->received, row.wwpn);
+        EXPECT_EQ(driver->received, row.wwpn);
+        EXPECT_EQ(qdmtest::Exists(ListPath()), row.failures == 0);
+        EXPECT_EQ(MessageCount("MSGID_EMULEX_FC_0001_F"), row.failures);
+        EXPECT_EQ(HasDebug("Failed to get HBA Info"), row.failures != 0);
+    }
+}
+
+TEST_F(ObjectTest, IdentityOrderAndCondition) {
+    InstallHbacmd(Listing(kWwpn));
+    TestVendor vendor("not-a-pci-address");
+    EXPECT_EQ(vendor.GetWWPNEditedforDisplay(), "");  // from the field: no lookup is made
+    EXPECT_EQ(HbacmdRuns(), 0);
+    EXPECT_EQ(vendor.GetHardwareVersion(), "");
+    EXPECT_EQ(vendor.GetBusDevFunc(), "-/-/-");
+    EXPECT_TRUE(HasDebug("GetBusDevFunc() Bus/Dev/Func not infomation."));
+    Pairs info = {{"old", "1"}};
+    vendor.GetExtendedInfo(info, nullptr);
+    EXPECT_EQ(info.size(), 1u);
+    EXPECT_TRUE(HasDebug("CCNA_EMULEX_Vendor::GetExtendedInfo() Parameter ExtendedInfoList is NULL."));
+    vendor.SetWwpn("10:00:00:00:c9:ab:cd:ef");
+    vendor.SetDeviceId(kDeviceId);  // a failed PCI lookup is retried
+    std::string unused;
+    info = {{"old", "1"}, {"older", "2"}, {"oldest", "3"}};
+    vendor.GetExtendedInfo(info, &unused);
+    EXPECT_EQ(info, (Pairs{{"WWPN", "10000000C9ABCDEF"}, {"Bus/Dev/Func", "3/0/1"}}));
+    vendor.SetDeviceId("not-a-pci-address");  // a found location is kept
+    EXPECT_EQ(vendor.GetBusDevFunc(), "3/0/1");
+
+    EXPECT_EQ(vendor.GetUpdateOrderModuleKind(CVendor::ORDER_FIRST, false), "util");
+    EXPECT_EQ(vendor.GetUpdateOrderModuleKind(CVendor::ORDER_SECOND, true), "firm");
+    EXPECT_EQ(vendor.GetUpdateOrderModuleKind(CVendor::ORDER_THIRD, false), "driver");
+    EXPECT_EQ(vendor.GetUpdateOrderModuleKind(static_cast<CVendor::UPDATE_ORDER>(3), false), "");
+
+    // Only the utility's update has a condition: without the tool's configuration files it is refused.
+    EXPECT_EQ(vendor.CheckUpdateConditionByDevicevendor("util", nullptr), 0);  // no utility linked
+    vendor.Attach(nullptr, nullptr, new CEMULEX_OCM_Utility(kDeviceId));
+    EXPECT_EQ(vendor.CheckUpdateConditionByDevicevendor("firm", nullptr), 0);
+    EXPECT_EQ(vendor.CheckUpdateConditionByDevicevendor("util", nullptr), 1);
+    ASSERT_EQ(MessageCount("MSGID_EMULEX_FC_0010_F"), 1u);
+    EXPECT_EQ(Messages().back().inserts.front(), "vendor");
+}
+
+TEST_F(ObjectTest, DualPortKeyIsReadThroughLspciOfTheSlot) {
+    const std::string good = "echo '" + kLspciLine + "'\n";
+    const struct { const char* deviceId; std::string lspci; const char* slot; const char* modelKey; } rows[] = {
+        {kDeviceId, good, "0000:03:00.1", kFullKey},  // lower case, no line end
+        {"03:00.0", good, "03:00.0", kFullKey},  // no "-": the whole identifier
+        {kDeviceId, "echo '03:00.0 \"0c04\" \"10DFF\" \"F100\" -r03 \"10DF\" \"F100\"'\n", "0000:03:00.1",
+         "fcelx_8g2p_10dff_f100_10df_f10"},  // cut at 19 characters
+        {kDeviceId, "exit 1\n", "0000:03:00.1", "fcelx_8g2p_"},
+        {"03:00.0;touch pwned-xyz", good, nullptr, "fcelx_8g2p_"},  // no PCI address: lspci must not run
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.modelKey);
+        CTraceUtility::ClearCapture();
+        qdmtest::RemoveTree(root_ + "/lspci_args");
+        InstallLspci(row.lspci);
+        EXPECT_EQ(CFC_EMULEX_8G_2P_Vendor(row.deviceId).GetModelKey(), row.modelKey);
+        EXPECT_EQ(qdmtest::Exists(root_ + "/lspci_args"), row.slot != nullptr);
+        if (row.slot == nullptr) continue;
+        EXPECT_EQ(qdmtest::ReadFile(root_ + "/lspci_args"), std::string("-nms ") + row.slot + "\n");
+        EXPECT_TRUE(HasDebug(std::string("ExecForeignModule cmd:[lspci -nms ") + row.slot +
+                             " | cut -d \" \" -f3,4,6,7 | sed -e s/'\" \"'/_/g -e s/'\"'//g > "
+                             "/opt/velmora/qdm/provider/tmp/EMULEX/temp/4ids]"));
+    }
+}
+
+// Without the tool the models still link their firmware and driver modules.
+TEST_F(ObjectTest, ModelsLinkTheirModules) {
+    const struct { std::function<CVendor*()> make; const std::type_info& firmware; const char* failurePrefix; } rows[] = {
+        {[] { return new CFC_EMULEX_8G_1P_Vendor(kDeviceId); }, typeid(CFC_EMULEX_8G_Firmware),
+         "CFC_EMULEX_8G_Firmware::LinkDevice()"},  // the model's own prefix slip
+        {[] { return new CFC_EMULEX_8G_2P_Vendor(kDeviceId); }, typeid(CFC_EMULEX_8G_Firmware),
+         "CFC_EMULEX_8G_2P_Vendor::LinkDevice()"},
+        {[] { return new CFC_EMULEX_16G_Vendor(kDeviceId); }, typeid(CFC_EMULEX_16G_Firmware),
+         "CFC_EMULEX_16G_Vendor::LinkDevice()"},
+    };
+    for (const auto& row : rows) {
+        CTraceUtility::ClearCapture();
+        std::unique_ptr<CVendor> vendor(row.make());
+        vendor->LinkDevice();
+        ASSERT_NE(vendor->GetFirmwareModule(), nullptr);
+        EXPECT_EQ(typeid(*vendor->GetFirmwareModule()), row.firmware);
+        EXPECT_NE(dynamic_cast<CFC_EMULEX_Driver*>(vendor->GetDriverModule()), nullptr);
+        EXPECT_TRUE(vendor->GetUtilityModules().empty());
+        EXPECT_EQ(CEmulexCommon::GetLastError(), 11u);
+        EXPECT_EQ(MessageCount("MSGID_EMULEX_FC_0013_F"), 3u);  // two WWPN lookups (firmware, driver), then the utility
+        EXPECT_EQ(Messages().back().inserts, kToolMissing);
+        EXPECT_TRUE(HasDebug(std::string(row.failurePrefix) + " CEmulexCommon::GetOCMManagerInstallPath is return false."));
+    }
+}
+
+TEST_F(ObjectTest, ReportListsThePortsInExecOrderOrLosesThem) {
+    TestVendor first(kDeviceId);
+    first.SetWwpn(kWwpn);
+    first.Attach(new FakeFirmware("2.02a4", "5.12a2"), new FakeDriver("8.3.5.86"), new FakeUtility("6.1.43.0"));
+    TestVendor second("0000:04:00.0-PCI\\VEN_10df&DEV_e200&SUBSYS_E20010DF");  // lower-case ids; no utility
+    second.SetWwpn("10:00:00:90:fa:aa:bb:cc");
+    second.Attach(new FakeFirmware("10.2.370.15", "abnormal"), new FakeDriver("10.2.370.16"));
+    EXPECT_EQ(first.ExecOutputDeviceConfigInfo("", nullptr), 0);
+    EXPECT_EQ(second.ExecOutputDeviceConfigInfo("", nullptr), 0);
+    EXPECT_EQ(second.EndOutputDeviceConfigInfo(root_ + "/report/", nullptr), 0);
+    EXPECT_EQ(Report(), qdmtest::ReadFile(std::string(QDM_GOLDEN_DIR) + "/report/two_ports.xml"));
+    EXPECT_TRUE(CFC_EMULEX_Vendor::stGenFC.empty() && CFC_EMULEX_Vendor::stVerFC.empty());
+    EXPECT_EQ(second.EndOutputDeviceConfigInfo(root_ + "/report/", nullptr), 0);  // right after another
+    EXPECT_EQ(Report(), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<data />\n");
+
+    CFC_EMULEX_Vendor::stGenFC.push_back({"3/0/1", "0x10DF", "0xF100", "10000000C9123456"});  // unequal lists
+    ASSERT_EQ(first.EndOutputDeviceConfigInfo(root_ + "/report/", nullptr), 0);
+    EXPECT_TRUE(HasDebug("Failed to get Versioninfo"));
+    EXPECT_NE(Report().find("<attr name=\"WWPN\" value=\"10000000C9123456\" />\n    </general-inf>\n  </port>"),
+              std::string::npos) << Report();
+    EXPECT_EQ(Report().find("version-inf"), std::string::npos);
+
+    EXPECT_EQ(first.ExecOutputDeviceConfigInfo("", nullptr), 0);  // an unwritable folder loses the records
+    qdmtest::WriteFile(root_ + "/plainfile", "");
+    EXPECT_EQ(first.EndOutputDeviceConfigInfo(root_ + "/plainfile/", nullptr), 1);
+    EXPECT_EQ(CEmulexCommon::GetLastError(), 25u);
+    ASSERT_EQ(MessageCount("MSGID_EMULEX_FC_0012_F"), 1u);
+    EXPECT_EQ(Messages().back().inserts, (Strings{"vendor", "19"}));
+    EXPECT_EQ(Debug().back().text, "CFC_EMULEX_Vendor::ExecOutputDeviceConfigInfo() [END]");  // on purpose
+    EXPECT_TRUE(CFC_EMULEX_Vendor::stGenFC.empty() && CFC_EMULEX_Vendor::stVerFC.empty());
+}
+
+TEST_F(ObjectTest, OperationsTraceStartAndEndAtLevelFour) {
+    InstallHbacmd(Listing(kWwpn));
+    {
+        TestVendor vendor(kDeviceId);
+        std::list<CNecessaryComponentInfo> missing;
+        Pairs info;
+        std::string unused;
+        vendor.GetWWPNOriginal(); vendor.GetHardwareVersion(); vendor.CheckHardwareVersion("", "");
+        vendor.GetExtendedInfo(info, &unused); vendor.GetUpdateOrderModuleKind(CVendor::ORDER_FIRST, false);
+        vendor.GetShortageOfNecessaryApplicationInfo(missing); vendor.CheckUpdateConditionByDevicevendor("util", nullptr);
+        vendor.StartOutputDeviceConfigInfo("", nullptr); vendor.ExecOutputDeviceConfigInfo("", nullptr);
+        vendor.EndOutputDeviceConfigInfo(root_ + "/report/", nullptr);
+        CFC_EMULEX_8G_2P_Vendor dual(kDeviceId);
+    }
+    const std::string base = "CFC_EMULEX_Vendor::";
+    for (const std::string& name :
+         {base + "CFC_EMULEX_Vendor", base + "~CFC_EMULEX_Vendor", base + "GetWWPNOriginal", base + "GetWWPNEditedforDisplay",
+          base + "GetHardwareVersione" /* spelt so on purpose */, base + "CheckHardwareVersion", base + "GetExtendedInfo",
+          base + "GetBusDevFunc", base + "GetUpdateOrderModuleKind", base + "GetShortageOfNecessaryApplicationInfo",
+          base + "CheckUpdateConditionByDevicevendor", base + "StartOutputDeviceConfigInfo",
+          base + "ExecOutputDeviceConfigInfo", base + "EndOutputDeviceConfigInfo",
+          std::string("CFC_EMULEX_8G_2P_Vendor::CFC_EMULEX_8G_2P_Vendor")}) {
+        EXPECT_EQ(LevelOf(name + "() [START]"), 4) << name;
+        EXPECT_EQ(LevelOf(name + "() [END]"), 4) << name;
+    }
+}
