@@ -3,12 +3,10 @@
 // adapter tool at its fixed path, fake rpm and depmod first on PATH, all of
 // which log their runs, and update modules built as zip archives.
 #include <sys/stat.h>
-#include <utime.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
-#include <ctime>
 #include <initializer_list>
 #include <list>
 #include <sstream>
@@ -124,11 +122,6 @@ protected:
         return std::string(text, std::to_chars(text, text + sizeof text, code, 16).ptr);
     }
     // Sets the modification time on the clock the provider reads.
-    static void SetAge(const std::string& path, long seconds) {
-        const std::time_t then = std::time(nullptr) - seconds;
-        const utimbuf times = {then, then};
-        ::utime(path.c_str(), &times);
-    }
     // True when these lines were written one right after another.
     bool HasDebugRun(const std::vector<std::string>& lines) const {
         std::vector<std::string> texts;

@@ -134,7 +134,7 @@ TEST_F(FirmwareTest, HostStepsOnTheSecondFunction) {
     const std::string download = "[Download][" + std::string(kWwpn) + "][" + WorkFolder();
     EXPECT_EQ((std::vector<std::string>{download + "/bios.prg]", download + "/fw.all]"}), Calls("Download"));
     EXPECT_EQ(2u, clock_->count(30000));  // each result is looked at after one poll
-    SetAge(AttribCache(kWwpn), 3610);  // the reading before the flash is over an hour old
+    qdmtest::SetFileAge(AttribCache(kWwpn), 3610);  // the reading before the flash is over an hour old
     EXPECT_FALSE(eight.ExecuteUpdateApplyCheck());
     EXPECT_EQ("5.30a1", eight.GetBootBiosVersion());
     EXPECT_FALSE(qdmtest::Exists(WorkFolder()));
