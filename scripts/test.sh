@@ -16,6 +16,7 @@ if [[ "${1:-}" == "--sanitize" ]]; then
     export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 fi
 
+command -v ccache >/dev/null && flags+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
 cmake -S . -B "$build" -G Ninja "${flags[@]}" >/dev/null
 cmake --build "$build" -j"$(nproc)"
 log="$build/ctest.log"
