@@ -224,7 +224,9 @@ TEST_F(TrustTest, AllowUnsignedWarnsLoudlyAndIsRecorded) {
     e2e::HostRun update = Host({"--allow-unsigned", "update"});
     EXPECT_EQ(update.exitCode, 0) << update.err;
     EXPECT_NE(update.err.find("UNSIGNED REPOSITORY ACCEPTED"), std::string::npos) << update.err;
-    for (const json& entry : Host({"--json", "history"}).Json()["entries"]) EXPECT_EQ(entry["unsigned"], true);
+    const json history = Host({"--json", "history"}).Json()["entries"];
+    ASSERT_FALSE(history.empty());
+    for (const json& entry : history) EXPECT_EQ(entry["unsigned"], true);
 }
 
 TEST_F(TrustTest, TrustCommandsRefuseBadKeysAndUnsafeFolders) {
