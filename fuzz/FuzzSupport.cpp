@@ -12,41 +12,36 @@
 #include "TraceUtility.h"
 
 namespace qdmfuzz {
-namespace {
 
 // Heap-held so that the exit handler still finds it after static destructors.
-const std::string* root = nullptr;
-
-void Prepare() {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/qdmfuzz.XXXXXX";
-    Require(mkdtemp(pattern.data()) != nullptr, "private install root created");
-    root = new std::string(pattern);
-    std::atexit([] { std::error_code ignored; std::filesystem::remove_all(*root, ignored); });
-    CFileUtility::SetInstallPath(*root);
-    CTraceUtility::SetLevelMask(0);
-    // Operator messages are written whatever the level mask; a plain file
-    // where their folder would be makes every append fail quietly, so a long
-    // run cannot fill the disk.
-    WriteFile(*root + "/log", "");
-    qdmhost::SetSleepHook([](unsigned long) {});
-    Require(CEmulexCommon::CreateLocalDirectory() == 1, "work folders created");
-}
-
-}  // namespace
+static const std::string* root = nullptr;
 
 const std::string& Root() {
-    if (!root) Prepare();
+    static const bool prepared = [] {
+        const char* base = std::getenv("TMPDIR");
+        std::string pattern = std::string(base && *base ? base : "/tmp") + "/qdmfuzz.XXXXXX";
+        Require(mkdtemp(pattern.data()) != nullptr, "private install root created");
+        root = new std::string(pattern);
+        std::atexit([] {
+            std::error_code ignored;
+            std::filesystem::remove_all(*root, ignored);
+        });
+        CFileUtility::SetInstallPath(*root);
+        CTraceUtility::SetLevelMask(0);
+        // Operator messages are written whatever the level mask; a plain file
+        // where their folder would be makes every append fail quietly, so a long
+        // run cannot fill the disk.
+        WriteFile(*root + "/log", "");
+        qdmhost::SetSleepHook([](unsigned long) {});
+        return CEmulexCommon::CreateLocalDirectory() == 1;
+    }();
+    Require(prepared, "work folders created");
     return *root;
 }
 
-std::string InRoot(const std::string& relative) { return Root() + "/" + relative; }
-
 void WriteFile(const std::string& path, const std::string& content) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(content.data(), static_cast<std::streamsize>(content.size()));
-    out.close();
-    Require(static_cast<bool>(out), "fuzz input written to its file");
+    Require(static_cast<bool>(out << content << std::flush), "fuzz input written to its file");
 }
 
 void Require(bool condition, const char* what) {
@@ -60,13 +55,6 @@ std::vector<std::string> Lines(const std::string& text) {
     std::vector<std::string> lines;
     for (std::string line; std::getline(in, line);) lines.push_back(line);
     return lines;
-}
-
-std::vector<std::string> FolderEntries(const std::string& folder) {
-    std::vector<std::string> names;
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(folder, error)) names.push_back(entry.path().filename());
-    return names;
 }
 
 }  // namespace qdmfuzz

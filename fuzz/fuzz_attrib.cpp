@@ -21,12 +21,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     std::string value = "unchanged";
     const int found = CEmulexCommon::GetHbaAttribData(wwpn, key, value);
-    qdmfuzz::Require(found == 0 || found == -1, "0 or -1");
     static const std::string kOuter = " \t\r\n";
-    if (found == 0)
-        qdmfuzz::Require(attributes.find(key) != std::string::npos &&
-                             (value.empty() || (kOuter.find(value.front()) == std::string::npos && kOuter.find(value.back()) == std::string::npos)),
-                         "a found key is in the file and its value is trimmed");
+    qdmfuzz::Require(found == -1 || (found == 0 && attributes.find(key) != std::string::npos &&
+                                     (value.empty() || (kOuter.find(value.front()) == std::string::npos &&
+                                                        kOuter.find(value.back()) == std::string::npos))),
+                     "0 or -1; a found key is in the file and its value is trimmed");
     qdmfuzz::Require(CEmulexCommon::DeleteHbaAttribCache(wwpn) == 0, "the cache file is deleted");
     return 0;
 }

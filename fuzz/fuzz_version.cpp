@@ -3,6 +3,7 @@
 // they rest on.
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <cctype>
 
 #include "CEmulexCommon.h"
@@ -12,7 +13,7 @@
 namespace {
 
 using Compare = int (*)(std::string, std::string);
-using Grammar = bool (*)(const std::string&);
+using Grammar = bool (*)(std::string);
 
 // The sign of the order; a malformed argument must give 0 with error 30, a valid pair no error.
 int Order(Compare compare, Grammar wellFormed, const std::string& first, const std::string& second) {
@@ -28,50 +29,45 @@ void CheckOrder(Compare compare, Grammar wellFormed, const std::string& a, const
     const int ab = Order(compare, wellFormed, a, b), bc = Order(compare, wellFormed, b, c);
     qdmfuzz::Require(Order(compare, wellFormed, a, a) == 0, "a version equals itself");
     qdmfuzz::Require(ab == -Order(compare, wellFormed, b, a), "the order is antisymmetric");
-    if (ab == bc && ab != 0) qdmfuzz::Require(Order(compare, wellFormed, a, c) == ab, "the order is transitive");
+    qdmfuzz::Require(ab != bc || ab == 0 || Order(compare, wellFormed, a, c) == ab, "the order is transitive");
 }
-
-bool IsFourSegment(const std::string& version) { return CStringUtil::CheckVersion4SegFormat(version); }
-bool IsFirmware(const std::string& version) { return CEmulexCommon::CheckVersionFCFirmwareFormat(version); }
 
 void CheckParts(const std::string& version) {
     long major = -1, minor = -1, build = -1;
-    std::string letters;
-    if (CEmulexCommon::CheckVersionFCFirmwareFormat(version, major, minor, letters, build)) {
-        qdmfuzz::Require(major >= 0 && minor >= 0 && build >= 0 && !letters.empty(), "firmware parts are sane");
-        for (char c : letters) qdmfuzz::Require(std::isalpha(static_cast<unsigned char>(c)), "the letter group holds letters");
-    }
-    std::string cleaned = CEmulexCommon::FormatVersion4SegCleanDust(version);
-    std::string trimmed;
+    std::string letters, cleaned = CEmulexCommon::FormatVersion4SegCleanDust(version), trimmed;
+    if (CEmulexCommon::CheckVersionFCFirmwareFormat(version, major, minor, letters, build))
+        qdmfuzz::Require(major >= 0 && minor >= 0 && build >= 0 && !letters.empty() &&
+                             std::all_of(letters.begin(), letters.end(), [](char c) { return std::isalpha(c & 0xff); }),
+                         "firmware parts are sane, the letter group holds letters");
     CStringUtil::strTrimAll(version, trimmed);
     const std::string last = CStringUtil::Split(cleaned, ".").back();
-    if (IsFourSegment(version) || CStringUtil::Split(trimmed, ".").size() != 4)
+    if (CStringUtil::CheckVersion4SegFormat(version) || CStringUtil::Split(trimmed, ".").size() != 4)
         qdmfuzz::Require(cleaned == version, "a clean version, or one of other than four segments, is kept");
     else
         qdmfuzz::Require(last.empty() || CStringUtil::IsDigitString(last), "the fourth segment is cut to its digits");
 }
 
 void CheckStringHelpers(const std::string& text, const std::string& separator, long number) {
-    std::string copy = text, joined, trimmed, again;
+    std::string copy = text, joined, trimmed, again, vendor, device;
     const std::vector<std::string> fields = CStringUtil::Split(copy, separator);
     for (size_t i = 0; i < fields.size(); ++i) joined += (i ? separator : "") + fields[i];
     qdmfuzz::Require(joined == text, "split fields join back to the text");
     const std::string upper = CStringUtil::StringToUpperCase(text);
-    qdmfuzz::Require(CStringUtil::StringToUpperCase(CStringUtil::StringToLowerCase(text)) == upper && upper.size() == text.size(),
-                     "case mapping keeps length and round-trips");
+    qdmfuzz::Require(
+        CStringUtil::StringToUpperCase(CStringUtil::StringToLowerCase(text)) == upper && upper.size() == text.size(),
+        "case mapping keeps length and round-trips");
     CStringUtil::strTrimAll(text, trimmed);
     CStringUtil::strTrimAll(trimmed, again);
-    qdmfuzz::Require(trimmed == again, "trimming is idempotent");
-    copy = text;
     CStringUtil::strReplace(copy, separator, separator);
-    qdmfuzz::Require(copy == text, "replacing a text by itself changes nothing");
+    const bool unchanged = copy == text;
     CStringUtil::strReplace(copy, separator, "");
-    qdmfuzz::Require(copy.size() <= text.size(), "deleting never grows the text");
-    qdmfuzz::Require(CStringUtil::TStringToNumber(CStringUtil::NumberToTString(number)) == number, "numbers round-trip");
-    if (CStringUtil::IsDigitString(text)) qdmfuzz::Require(CStringUtil::TStringToNumber(text) >= 0, "digits are not negative");
-    std::string vendor, device;
-    if (CStringUtil::GetVenIdDevIdformDeviceId(text, vendor, device))
-        qdmfuzz::Require(vendor.size() == 4 && device.size() == 4, "PCI ids have four digits");
+    qdmfuzz::Require(trimmed == again && unchanged && copy.size() <= text.size(),
+                     "trimming is idempotent, replacing a text by itself changes nothing, deleting never grows it");
+    qdmfuzz::Require(CStringUtil::TStringToNumber(CStringUtil::NumberToTString(number)) == number &&
+                         (!CStringUtil::IsDigitString(text) || CStringUtil::TStringToNumber(text) >= 0) &&
+                         (!CStringUtil::GetVenIdDevIdformDeviceId(text, vendor, device) ||
+                          (vendor.size() == 4 && device.size() == 4)),
+                     "numbers round-trip, digits are not negative, PCI ids have four digits");
 }
 
 }  // namespace
@@ -84,8 +80,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string a = input.ConsumeRandomLengthString(40);
     const std::string b = input.ConsumeRandomLengthString(40);
     const std::string c = input.ConsumeRemainingBytesAsString();
-    CheckOrder(CEmulexCommon::CheckVendorVersion4SegNormal, IsFourSegment, a, b, c);
-    CheckOrder(CEmulexCommon::CheckVendorVersionFCFirmware, IsFirmware, a, b, c);
+    CheckOrder(CEmulexCommon::CheckVendorVersion4SegNormal, CStringUtil::CheckVersion4SegFormat, a, b, c);
+    CheckOrder(
+        CEmulexCommon::CheckVendorVersionFCFirmware,
+        [](std::string version) { return CEmulexCommon::CheckVersionFCFirmwareFormat(version); }, a, b, c);
     for (const std::string* version : {&a, &b, &c}) CheckParts(*version);
     CheckStringHelpers(a, separator, number);
     return 0;

@@ -17,12 +17,7 @@ cp "$fuzz/../sim/demo/server.json" "$QDMSIM_STATE"
 # Listing: keys, tags and separator, the listing, then index, function, device and bus.
 listing() { { printf 'Port WWN|Permanent MAC\\\nManageable HBA List\\\n:\\\n'; cat; printf '%b' "$1"; } >"$corpus/fuzz_listing/$2"; }
 "$sim" hbacmd listhbas | listing '\0000\0001\0000\0005' demo_bus5_fn1
-"$sim" hbacmd listhbas | listing '\0000\0000\0000\0003' demo_bus3
-for fault in error error64; do
-    "$sim" fault listhbas "$fault"
-    { "$sim" hbacmd listhbas || true; } | listing '\0000\0000\0000\0003' "sim_$fault"  # the tool fails, as it should
-done
-"$sim" fault listhbas off
+# The golden listings hold the tool's error outputs too.
 for file in "$fuzz"/../tests/golden/listhbas/*.txt; do listing '\0000\0001\0000\0004' "golden_$(basename "$file" .txt)" <"$file"; done
 # INI files: section, key, the file, then the buffer size.
 for ini in "$fuzz"/../tests/golden/ini/*.ini "$fuzz"/../sim/data/*.ini; do

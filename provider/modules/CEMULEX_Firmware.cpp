@@ -99,10 +99,12 @@ bool SelectImages(const std::string& uniqueName, const std::string& folder, std:
 // ---- Running the tool --------------------------------------------------
 
 // The WWPN comes from the adapter list and the image names from the archive;
-// all three reach the shell, so anything but plain text is refused (29).
-bool IsCommandTextPlain(const std::string& wwpn, const std::string& biosImage, const std::string& firmwareImage) {
-    if (emulex_update::IsPlainCommandText(wwpn) && emulex_update::IsPlainCommandText(biosImage) &&
-        emulex_update::IsPlainCommandText(firmwareImage))
+// all three reach the shell (29 when refused). The WWPN stands bare on the
+// command line and must be plain text; the images stand inside double quotes,
+// so names with blanks or parentheses are fine.
+bool IsCommandTextSafe(const std::string& wwpn, const std::string& biosImage, const std::string& firmwareImage) {
+    if (emulex_update::IsPlainCommandText(wwpn) && emulex_update::IsQuotableCommandText(biosImage) &&
+        emulex_update::IsQuotableCommandText(firmwareImage))
         return true;
     CEmulexCommon::SetLastError(29);
     CTraceUtility::WriteDebug(kTrace, kError, "Download command refused, unsafe text in [%s] [%s] [%s]", wwpn.c_str(),
@@ -370,7 +372,7 @@ bool CEMULEX_Firmware::FwUpdate(std::string updateModule, std::string workFolder
     if (!SelectImages(uniqueName, workFolder, &biosImage, &firmwareImage, &exitTraced))
         return exitTraced ? false : leave(false);
 
-    if (!IsCommandTextPlain(wwpn, biosImage, firmwareImage)) return leave(false);
+    if (!IsCommandTextSafe(wwpn, biosImage, firmwareImage)) return leave(false);
 
     CTraceUtility::WriteDebug(kTrace, kInfo, "bios update file name(%s).", biosImage.c_str());
     if (!biosImage.empty() &&

@@ -31,6 +31,14 @@ inline bool IsPlainCommandText(const std::string& text) {
     return true;
 }
 
+// Text placed inside a double-quoted shell word: blanks and parentheses are
+// harmless there; refused is only what ends the quotes, expands inside them
+// or ends the command line (the NUL counts too).
+inline bool IsQuotableCommandText(const std::string& text) {
+    static const char kUnquotable[] = "\"`$\\\r\n";
+    return text.find_first_of(kUnquotable, 0, sizeof kUnquotable) == std::string::npos;
+}
+
 // Empties `folder` and unpacks the archive into it. On failure the last error
 // tells the step (28 removing, 19 creating, 26 unpacking) and false is
 // returned; the operator message, if any, is the caller's.

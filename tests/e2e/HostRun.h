@@ -1,34 +1,42 @@
 #pragma once
-// End-to-end helpers: a demo server in the sandbox, a repository built with
-// the simulator's package builder, and qdmhost run as the operator runs it
-// (with virtual time, so no poll is waited out).
+// qdmhost run as the operator runs it (virtual time, so no poll is waited
+// out) on the simulated demo server in the sandbox. Every process a test
+// starts carries a marker in its environment, so that whatever outlives a
+// run is found and killed; the trees outside the work area are compared
+// with a baseline taken once the scene is set.
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "Sim.h"
 #include "TestEnv.h"
-#include "TreeSnapshot.h"
 
 namespace e2e {
+
+using nlohmann::json;
 
 // The dual-port model writes its PCI ids below the standard root, so the
 // tests use that root; the sandbox makes it private.
 const std::string kRoot = "/opt/velmora/qdm/provider";
-const std::string kDualPortKey = "fcelx_8g2p_10df_f100_10df_f100";
-// A run still going after this long hangs: it is killed, so that no test
-// waits for ever and no qdmhost outlives its test.
-const int kHostTimeLimitSeconds = 60;
+// The driver update's depmod override: the one file an update may write outside the work area.
+const std::string kDepmodOverride = "/etc/depmod.d/elxlpfc.conf";
+const std::map<std::string, std::string> kDemoWwpns = {
+    {"0000:03:00.0", "10000000C9A10001"}, {"0000:04:00.0", "10000000C9B20001"}, {"0000:04:00.1", "10000000C9B20002"},
+    {"0000:05:00.0", "10000090FAC30001"}, {"0000:05:00.1", "10000090FAC30002"}};
 
 struct HostRun {
-    int exitCode = -1;
-    std::string out;  // standard output only
+    int exitCode = -1;  // 137: killed at the time limit
+    std::string out;    // standard output only
     std::string err;
-    nlohmann::json Json() const { return nlohmann::json::parse(out); }
-    bool KilledAtTimeLimit() const { return exitCode == 128 + SIGKILL; }
+    json Json() const { return json::parse(out); }
 };
 
 inline std::string Quote(const std::string& word) {
@@ -37,107 +45,168 @@ inline std::string Quote(const std::string& word) {
     return quoted + "'";
 }
 
-// The shell command line that runs qdmhost with virtual time and a time limit.
-inline std::string HostCommandLine(const std::vector<std::string>& args,
-                                   int timeLimitSeconds = kHostTimeLimitSeconds) {
-    std::string line = "QDMHOST_VIRTUAL_TIME=1 timeout -s KILL " + std::to_string(timeLimitSeconds) + " " +
-                       Quote(QDM_HOST_BINARY);
+// A hanging run is killed after 60 s, so that no qdmhost outlives its test.
+inline std::string HostCommandLine(const std::vector<std::string>& args) {
+    std::string line = "QDMHOST_VIRTUAL_TIME=1 timeout -s KILL 60 " + Quote(QDM_HOST_BINARY);
     for (const std::string& arg : args) line += " " + Quote(arg);
     return line;
 }
 
-inline HostRun RunHost(const std::vector<std::string>& args, int timeLimitSeconds = kHostTimeLimitSeconds) {
-    std::string errFile = qdmtest::MakeTempDir("qdmhost-err") + "/stderr";
-    HostRun run;
-    run.exitCode = qdmtest::RunShell(HostCommandLine(args, timeLimitSeconds) + " 2>" + Quote(errFile), &run.out);
-    run.err = qdmtest::ReadFile(errFile);
-    qdmtest::RemoveTree(errFile.substr(0, errFile.rfind('/')));
-    return run;
+inline size_t Occurrences(const std::string& text, const std::string& what) {
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) ++count;
+    return count;
+}
+
+inline std::string PortAddress(const json& port) { return port["deviceId"].get<std::string>().substr(0, 12); }
+
+inline std::string ModuleStatus(const json& port, const std::string& kind) {
+    for (const json& module : port["modules"])
+        if (module["kind"] == kind) return module["status"];
+    return "";
+}
+
+// The results of an update document for one module kind, keyed by port address.
+inline std::map<std::string, std::string> Outcomes(const json& update, const std::string& kind) {
+    std::map<std::string, std::string> outcomes;
+    for (const json& result : update.value("results", json::array()))
+        if (result["kind"] == kind) outcomes[PortAddress(result)] = result["outcome"];
+    return outcomes;
 }
 
 // A fresh standard root with the supported-device lists and table, and the
 // demo server installed (a copy of its state: tools write to it).
-class HostE2eTest : public ::testing::Test {
+class E2eTest : public ::testing::Test {
 protected:
-    void SetUp() override { Prepare({}); }
-
-    void Prepare(const qdmtest::SimOptions& simOptions) {
+    void SetUp() override {
         if (!qdmtest::InSandbox()) GTEST_SKIP() << "needs the fixed system paths: run under sandbox/run";
+        ::setenv("QDMTEST_RUN", std::to_string(::getpid()).c_str(), 1);
         qdmtest::RemoveTree(kRoot);
-        for (const char* ini : {"FcVCFac.ini", "CnaVCFac.ini"})
-            qdmtest::WriteFile(kRoot + "/" + ini, qdmtest::ReadFile(std::string(QDM_SOURCE_DIR) + "/sim/data/" + ini));
-        qdmtest::WriteFile(kRoot + "/qdmhost/devices.json",
-                           qdmtest::ReadFile(std::string(QDM_SOURCE_DIR) + "/qdmhost/devices.json"));
+        const std::string source = QDM_SOURCE_DIR;
+        for (const char* ini : {"/FcVCFac.ini", "/CnaVCFac.ini"})
+            qdmtest::WriteFile(kRoot + ini, qdmtest::ReadFile(source + "/sim/data" + ini));
+        qdmtest::WriteFile(kRoot + "/qdmhost/devices.json", qdmtest::ReadFile(source + "/qdmhost/devices.json"));
         folder_ = qdmtest::MakeTempDir("e2e");
         repo_ = folder_ + "/repo";
-        ASSERT_FALSE(qdmtest::InstallSimulator(folder_, qdmtest::DemoState(), simOptions).empty());
+        std::filesystem::create_directories(folder_ + "/out");  // the runs' outputs
+        std::filesystem::create_directories(repo_);
+        ASSERT_FALSE(qdmtest::InstallSimulator(folder_, qdmtest::DemoState()).empty());
     }
 
     void TearDown() override {
+        for (const auto& process : StartedProcesses()) ::kill(process.first, SIGKILL);
         if (!folder_.empty()) qdmtest::RemoveTree(folder_);
     }
 
-    // What a run may write outside the work area (kRoot + "/tmp"): the
-    // host's trace logs and update history, and the simulator's state.
-    std::vector<std::string> RunWrites() const {
-        const std::string state = StatePath();
-        return {kRoot + "/tmp", kRoot + "/log", kRoot + "/qdmhost/history.jsonl", state, state + ".calls",
-                state + ".lock"};
+    HostRun Run(const std::vector<std::string>& args) const {
+        HostRun run;
+        run.exitCode = qdmtest::RunShell(HostCommandLine(args) + " 2>" + Quote(folder_ + "/out/stderr"), &run.out);
+        run.err = qdmtest::ReadFile(folder_ + "/out/stderr");
+        return run;
     }
 
-    // The simulated server's state file (qdmtest::InstallSimulator's).
+    HostRun Host(std::vector<std::string> args) const {
+        args.insert(args.begin(), {"--repo", repo_});
+        return Run(args);
+    }
+
     std::string StatePath() const { return folder_ + "/qdmsim-state.json"; }
 
-    // The fixed system paths and this test's folder (repository included),
-    // less RunWrites() and `alsoWritten`.
-    qdmtest::TreeSnapshot SnapshotOutsideWorkArea(const std::vector<std::string>& alsoWritten = {}) const {
-        std::vector<std::string> excluded = RunWrites();
-        excluded.insert(excluded.end(), alsoWritten.begin(), alsoWritten.end());
-        return qdmtest::TreeSnapshot::Take({"/etc", "/usr/sbin", "/opt", folder_}, excluded);
+    // Live processes started by this test (qdmhost and whatever it ran): pid and command line.
+    std::vector<std::pair<pid_t, std::string>> StartedProcesses() const {
+        const std::string marker = std::string(1, '\0') + "QDMTEST_RUN=" + std::to_string(::getpid()) + '\0';
+        std::vector<std::pair<pid_t, std::string>> found;
+        std::error_code error;
+        for (std::filesystem::directory_iterator it("/proc", error), end; !error && it != end; it.increment(error)) {
+            const std::string proc = it->path().string(), name = it->path().filename().string();
+            if (name.find_first_not_of("0123456789") != std::string::npos || std::stoi(name) == ::getpid() ||
+                ('\0' + qdmtest::ReadFile(proc + "/environ")).find(marker) == std::string::npos)
+                continue;
+            std::string line = qdmtest::ReadFile(proc + "/cmdline");
+            std::replace(line.begin(), line.end(), '\0', ' ');
+            found.emplace_back(std::stoi(name), line);
+        }
+        return found;
+    }
+
+    void ExpectNoProcessLeft() const {
+        std::string left;
+        for (const auto& process : StartedProcesses()) left += process.second + "\n";
+        EXPECT_EQ(left, "") << "processes outlived the run";
+    }
+
+    // Every entry below the fixed system paths and this test's folder, but
+    // where a run may write (the work area, the host's logs and history, the
+    // simulator's state, the runs' outputs, `alsoWritten_`): files by type,
+    // size and change time (a writer cannot set it back), links by target.
+    std::map<std::string, std::string> SnapshotOutsideWorkArea() const {
+        std::vector<std::string> excluded = {kRoot + "/tmp", kRoot + "/log", kRoot + "/qdmhost/history.jsonl",
+                                             folder_ + "/out", StatePath(), StatePath() + ".lock",
+                                             StatePath() + ".calls"};
+        excluded.insert(excluded.end(), alsoWritten_.begin(), alsoWritten_.end());
+        std::map<std::string, std::string> entries;
+        for (const std::string& root : {std::string("/etc"), std::string("/usr/sbin"), std::string("/opt"), folder_}) {
+            std::error_code error, ignored;
+            for (std::filesystem::recursive_directory_iterator it(root, error), end; !error && it != end;
+                 it.increment(error)) {
+                const std::string path = it->path().string();
+                struct stat info;
+                if (std::find(excluded.begin(), excluded.end(), path) != excluded.end())
+                    it.disable_recursion_pending();
+                else if (::lstat(path.c_str(), &info) == 0)  // a folder's entries are recorded one by one
+                    entries[path] = S_ISDIR(info.st_mode)   ? "folder"
+                                    : S_ISLNK(info.st_mode) ? "link to " + std::filesystem::read_symlink(path, ignored).string()
+                                                            : std::to_string(info.st_mode) + " size " +
+                                                                  std::to_string(info.st_size) + " changed " +
+                                                                  std::to_string(info.st_ctim.tv_sec) + "." +
+                                                                  std::to_string(info.st_ctim.tv_nsec);
+            }
+        }
+        return entries;
+    }
+
+    void TakeBaseline(const std::vector<std::string>& alsoWritten = {}) {
+        alsoWritten_ = alsoWritten;
+        baseline_ = SnapshotOutsideWorkArea();
+        ASSERT_GT(baseline_.size(), 100u) << "the snapshot missed the system folders";
+    }
+
+    void ExpectNothingWrittenOutsideWorkArea() const {
+        std::map<std::string, std::string> now = SnapshotOutsideWorkArea(), before = baseline_;
+        std::string changes;
+        for (const auto& entry : before)
+            if (now[entry.first] != entry.second) changes += entry.first + ": " + entry.second + " => " + now[entry.first] + "\n";
+        for (const auto& entry : now)
+            if (!before.count(entry.first)) changes += "added " + entry.first + "\n";
+        EXPECT_EQ(changes, "");
     }
 
     // Updates for the single-port 8G firmware and the 16G firmware, the
     // driver and the utility; the dual-port 8G firmware is already current.
-    void BuildDemoRepository(const std::vector<std::string>& extraFirmwareOptions = {}) {
-        qdmtest::WriteFile(repo_ + "/README", "demo repository\n");
-        std::vector<std::string> fw8 = {"--firmware", "2.02a5", "--bootbios", "5.12a3", "--message"};
-        std::vector<std::string> fw16 = {"--firmware", "11.4.204.8", "--message"};
-        fw8.insert(fw8.end(), extraFirmwareOptions.begin(), extraFirmwareOptions.end());
-        fw16.insert(fw16.end(), extraFirmwareOptions.begin(), extraFirmwareOptions.end());
-        ASSERT_TRUE(qdmtest::BuildFirmwareModule(repo_ + "/fw-8g.zip", "fcelx_8g1p", fw8));
-        ASSERT_TRUE(qdmtest::BuildFirmwareModule(repo_ + "/fw-16g.zip", "fcelx_16g", fw16));
+    void BuildDemoRepository() const {
+        const std::string dualPort = "fcelx_8g2p_10df_f100_10df_f100";
+        ASSERT_TRUE(qdmtest::BuildFirmwareModule(repo_ + "/fw-8g.zip", "fcelx_8g1p",
+                                                 {"--firmware", "2.02a5", "--bootbios", "5.12a3", "--message"}));
+        ASSERT_TRUE(qdmtest::BuildFirmwareModule(repo_ + "/fw-16g.zip", "fcelx_16g", {"--firmware", "11.4.204.8", "--message"}));
         ASSERT_TRUE(qdmtest::BuildDriverModule(repo_ + "/lpfc.zip", "11.4.204.8"));
         ASSERT_TRUE(qdmtest::BuildUtilityModule(repo_ + "/ocm.zip", "11.4.204.8"));
-        std::vector<std::string> all = {"fcelx_8g1p", kDualPortKey, "fcelx_16g"};
-        WriteCatalogue({{"packages",
-                         {{{"uniqueNames", {"fcelx_8g1p", kDualPortKey}}, {"kind", "firm"}, {"version", "2.02a5"},
-                           {"archive", "fw-8g.zip"}},
-                          {{"uniqueNames", {"fcelx_16g"}}, {"kind", "firm"}, {"version", "11.4.204.8"},
-                           {"archive", "fw-16g.zip"}},
-                          {{"uniqueNames", all}, {"kind", "driver"}, {"version", "11.4.204.8"}, {"archive", "lpfc.zip"}},
-                          {{"uniqueNames", all}, {"kind", "util"}, {"version", "11.4.204.8"}, {"archive", "ocm.zip"}}}}});
-    }
-
-    void WriteCatalogue(const nlohmann::json& catalogue) {
-        qdmtest::WriteFile(repo_ + "/catalogue.json", catalogue.dump(2));
-    }
-
-    HostRun Host(std::vector<std::string> args, int timeLimitSeconds = kHostTimeLimitSeconds) {
-        args.insert(args.begin(), {"--repo", repo_});
-        return RunHost(args, timeLimitSeconds);
-    }
-
-    // The results of an update document for one module kind, keyed by port address.
-    static std::map<std::string, std::string> Outcomes(const nlohmann::json& update, const std::string& kind) {
-        std::map<std::string, std::string> outcomes;
-        for (const auto& result : update["results"])
-            if (result["kind"] == kind)
-                outcomes[result["deviceId"].get<std::string>().substr(0, 12)] = result["outcome"];
-        return outcomes;
+        const json all = {"fcelx_8g1p", dualPort, "fcelx_16g"};
+        const json packages = {
+            {{"uniqueNames", {"fcelx_8g1p", dualPort}}, {"kind", "firm"}, {"version", "2.02a5"}, {"archive", "fw-8g.zip"}},
+            {{"uniqueNames", {"fcelx_16g"}}, {"kind", "firm"}, {"version", "11.4.204.8"}, {"archive", "fw-16g.zip"}},
+            {{"uniqueNames", all}, {"kind", "driver"}, {"version", "11.4.204.8"}, {"archive", "lpfc.zip"}},
+            {{"uniqueNames", all}, {"kind", "util"}, {"version", "11.4.204.8"}, {"archive", "ocm.zip"}}};
+        qdmtest::WriteFile(repo_ + "/catalogue.json", json({{"packages", packages}}).dump(2));
     }
 
     std::string folder_;
     std::string repo_;
+    std::vector<std::string> alsoWritten_;
+    std::map<std::string, std::string> baseline_;
 };
+
+// A table of scenes, one test a row.
+template <class Row>
+class E2eTable : public E2eTest, public ::testing::WithParamInterface<Row> {};
 
 }  // namespace e2e

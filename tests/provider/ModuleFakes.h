@@ -1,99 +1,147 @@
 #pragma once
-// Fakes for the driver and utility module tests: programs found through PATH,
-// files placed at fixed system paths (inside the sandbox only) and removed
-// again, and a small adapter tool that counts its runs.
+// Shared set-up of the firmware, driver and utility module tests: a fake
+// adapter tool at its fixed path, fake rpm and depmod first on PATH, all of
+// which log their runs, and update modules built as zip archives.
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <algorithm>
+#include <charconv>
 #include <cstdlib>
+#include <initializer_list>
+#include <list>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "Archive.h"
+#include "CEmulexCommon.h"
+#include "CommonInformation.h"
+#include "ModuleManager.h"
 #include "TestEnv.h"
 
 namespace moduletest {
 
 const char kHbacmd[] = "/usr/sbin/ocmanager/hbacmd";
 const char kWwpn[] = "10:00:00:00:c9:12:34:56";
-const char kAttribCacheName[] = "HbaAttrib10-00-00-00-c9-12-34-56.txt";
+const char kLpfcConf[] = "/etc/depmod.d/elxlpfc.conf";
+const char kBe2netConf[] = "/etc/depmod.d/elxbe2net.conf";
+const char kBe2iscsiConf[] = "/etc/depmod.d/elxbe2iscsi.conf";
+const char kDiscConfig[] = "/etc/emulexDiscConfig";
+const char kRmConfig[] = "/etc/emulexRMConfig";
+const char kToolVersionLine[] = "Command Line Interface Version: 10.2.370.16 (build)";
 
-// Number of lines of a file (0 when it is missing): the fakes append one per run.
-inline size_t LineCount(const std::string& path) {
-    std::istringstream in(qdmtest::ReadFile(path));
-    size_t lines = 0;
-    for (std::string line; std::getline(in, line);) ++lines;
-    return lines;
+// The fake tool logs each run as "[arg][arg]...". "HbaAttributes" prints the
+// versions kept in fw-<wwpn> and boot-<wwpn>. "Download" fails while the
+// counter "failures" is above zero, else applies the image (first line
+// "fw=<v>" or "boot=<v>"), pins a mount point into the image's folder when
+// "pin" exists, and prints "Download Complete".
+inline std::string FakeHbacmdBody(const std::string& state) {
+    return "S='" + state + "'\n"
+           "printf '[%s]' \"$@\" >> \"$S/calls\"; echo >> \"$S/calls\"; w=$(echo \"$2\" | tr ':' '-')\n"
+           "case \"$1\" in\n"
+           "HbaAttributes) echo \"HBA Attributes for $2\"; echo \"FW Version : $(cat \"$S/fw-$w\")\"\n"
+           "  echo \"Boot Version : $(cat \"$S/boot-$w\")\"; echo 'Driver Version : 11.2.156.27; HBAAPI(I) v2.3.d' ;;\n"
+           "version) echo 'One Command Manager'; echo '" + std::string(kToolVersionLine) + "' ;;\n"
+           "Download) echo \"Downloading $3\"; n=$(cat \"$S/failures\" 2>/dev/null || echo 0)\n"
+           "  if [ \"$n\" -gt 0 ]; then echo $((n - 1)) > \"$S/failures\"; echo 'ERROR: <219>: failed'; exit 1; fi\n"
+           "  d=$(dirname \"$3\")/pinned; [ -f \"$S/pin\" ] && mkdir -p \"$d\" && mount -t tmpfs qdmpin \"$d\"\n"
+           "  line=$(head -n 1 \"$3\"); echo \"${line#*=}\" > \"$S/${line%%=*}-$w\"; echo 'Download Complete' ;;\n"
+           "esac\n";
 }
 
-// A folder of fake programs put in front of PATH; both undone on destruction.
-class FakeBin {
-public:
-    FakeBin() : folder_(qdmtest::MakeTempDir("bin")) {
-        const char* path = std::getenv("PATH");
-        oldPath_ = path ? path : "";
-        ::setenv("PATH", (folder_ + ":" + oldPath_).c_str(), 1);
+class ModuleTest : public qdmtest::HostTest {
+protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        QDM_REQUIRE_SANDBOX();
+        ready_ = true;
+        CEmulexCommon::SetLastError(0);
+        CCommon_Information::SetArchitectureOverride("x86_64");
+        state_ = root_ + "/fake";
+        rpmLog_ = root_ + "/rpm.log";
+        depmodLog_ = root_ + "/depmod.log";
+        oldPath_ = std::getenv("PATH");
+        ::setenv("PATH", (root_ + "/bin:" + oldPath_).c_str(), 1);
+        qdmtest::WriteScript(kHbacmd, FakeHbacmdBody(state_));
+        FakeRpm(0);
+        FakeDepmod(0);
+        ::mkdir("/etc/depmod.d", 0755);
+        SetAdapterVersions(kWwpn, "11.2.156.27", "5.12a2");
     }
-    ~FakeBin() {
-        ::setenv("PATH", oldPath_.c_str(), 1);
-        qdmtest::RemoveTree(folder_);
+    void TearDown() override {
+        if (ready_) ::setenv("PATH", oldPath_.c_str(), 1);
+        if (ready_) Remove({kHbacmd, kLpfcConf, kBe2netConf, kBe2iscsiConf, kDiscConfig, kRmConfig});
+        HostTest::TearDown();
     }
-    FakeBin(const FakeBin&) = delete;
-    FakeBin& operator=(const FakeBin&) = delete;
 
-    void Add(const std::string& name, const std::string& body) { qdmtest::WriteScript(folder_ + "/" + name, body); }
+    static void Remove(std::initializer_list<std::string> paths) {
+        for (const std::string& path : paths) qdmtest::RemoveTree(path);
+    }
+    // A fresh start for one table row: no captured lines, no last error.
+    static void Fresh(unsigned long lastError = 0) {
+        CTraceUtility::ClearCapture();
+        CEmulexCommon::SetLastError(lastError);
+    }
+    // A program found through PATH.
+    void Fake(const std::string& name, const std::string& body) { qdmtest::WriteScript(root_ + "/bin/" + name, body); }
+    // rpm logs its arguments; "-qa" lists rpm-qa.txt, anything else echoes "rpm <args>".
+    void FakeRpm(int exitCode) {
+        Fake("rpm", "echo \"$*\" >> '" + rpmLog_ + "'\ncase \"$1\" in -qa) cat '" + root_ +
+                        "/rpm-qa.txt' ;; *) echo \"rpm $*\" ;; esac\nexit " + std::to_string(exitCode) + "\n");
+    }
+    void FakeDepmod(int exitCode) {
+        Fake("depmod", "echo \"$*\" >> '" + depmodLog_ + "'\nexit " + std::to_string(exitCode) + "\n");
+    }
+    void SetAdapterVersions(const std::string& wwpn, const std::string& firmware, const std::string& boot) {
+        qdmtest::WriteFile(state_ + "/fw-" + FileName(wwpn), firmware + "\n");
+        qdmtest::WriteFile(state_ + "/boot-" + FileName(wwpn), boot + "\n");
+    }
+    void FailNextDownloads(int count) { qdmtest::WriteFile(state_ + "/failures", std::to_string(count) + "\n"); }
+    // The fake tool's runs with this verb ("" for all), as logged.
+    std::vector<std::string> Calls(const std::string& verb) const {
+        std::istringstream in(qdmtest::ReadFile(state_ + "/calls"));
+        std::vector<std::string> calls;
+        for (std::string line; std::getline(in, line);)
+            if (verb.empty() || line.compare(0, verb.size() + 2, "[" + verb + "]") == 0) calls.push_back(line);
+        return calls;
+    }
+    // A zip update module; with no entries, a file that is no archive.
+    std::string MakeModule(const std::string& name, const std::vector<qdmtest::ArchiveEntry>& entries) {
+        if (entries.empty()) qdmtest::WriteFile(root_ + "/" + name, "not a zip archive");
+        EXPECT_TRUE(entries.empty() || qdmtest::MakeZip(root_ + "/" + name, entries));
+        return root_ + "/" + name;
+    }
+    // The host registers the package: unique name, update version, archive.
+    static void Register(CModuleManager& module, const std::string& name, const std::string& version,
+                         const std::string& archive = "") {
+        module.CheckRegisterUpdateModule({name, "", version, archive});
+    }
+    // An error code as operator messages show it.
+    static std::string Hex(unsigned long code) {
+        char text[20];
+        return std::string(text, std::to_chars(text, text + sizeof text, code, 16).ptr);
+    }
+    // Sets the modification time on the clock the provider reads.
+    // True when these lines were written one right after another.
+    bool HasDebugRun(const std::vector<std::string>& lines) const {
+        std::vector<std::string> texts;
+        for (const auto& line : Debug()) texts.push_back(line.text);
+        return std::search(texts.begin(), texts.end(), lines.begin(), lines.end()) != texts.end();
+    }
+
+    std::string WorkFolder() const { return temp_ + "/firm"; }
+    std::string AttribCache(const std::string& wwpn) const { return cache_ + "/HbaAttrib" + FileName(wwpn) + ".txt"; }
+
+    std::string state_, rpmLog_, depmodLog_;
+    std::list<std::string> files_;  // what the unpacking lists
 
 private:
-    std::string folder_;
+    static std::string FileName(std::string wwpn) {
+        std::replace(wwpn.begin(), wwpn.end(), ':', '-');
+        return wwpn;
+    }
+    bool ready_ = false;
     std::string oldPath_;
 };
-
-// Files and folders placed at fixed system paths; removed in reverse order,
-// together with every folder that had to be created for them.
-class PlacedPaths {
-public:
-    PlacedPaths() = default;
-    PlacedPaths(const PlacedPaths&) = delete;
-    PlacedPaths& operator=(const PlacedPaths&) = delete;
-    ~PlacedPaths() {
-        for (auto it = placed_.rbegin(); it != placed_.rend(); ++it) qdmtest::RemoveTree(*it);
-    }
-
-    void File(const std::string& path, const std::string& content) {
-        Track(path);
-        qdmtest::WriteFile(path, content);
-    }
-    void Script(const std::string& path, const std::string& body) {
-        Track(path);
-        qdmtest::WriteScript(path, body);
-    }
-    void Folder(const std::string& path) {
-        Track(path);
-        ::mkdir(path.c_str(), 0755);
-    }
-
-private:
-    // Records the outermost missing ancestor first so that it goes last.
-    void Track(const std::string& path) {
-        std::vector<std::string> missing;
-        for (std::string p = path; p.size() > 1 && !qdmtest::Exists(p); p = p.substr(0, p.rfind('/')))
-            missing.push_back(p);
-        placed_.insert(placed_.end(), missing.rbegin(), missing.rend());
-        if (missing.empty()) placed_.push_back(path);
-    }
-    std::vector<std::string> placed_;
-};
-
-// Installs an adapter tool at its fixed path that appends one line per run to
-// `runLog`, answers "HbaAttributes" with `driverLine` and "version" with
-// `versionLine`.
-inline void InstallFakeHbacmd(PlacedPaths& placed, const std::string& runLog, const std::string& driverLine,
-                              const std::string& versionLine) {
-    placed.Script(kHbacmd, "echo \"$*\" >> '" + runLog + "'\n"
-                           "case \"$1\" in\n"
-                           "HbaAttributes) echo \"Port WWN : $2\"; echo '" + driverLine + "' ;;\n"
-                           "version) echo 'One Command Manager'; echo '" + versionLine + "' ;;\n"
-                           "esac\n");
-}
 
 }  // namespace moduletest

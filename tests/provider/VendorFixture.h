@@ -5,6 +5,8 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "CEmulexCommon.h"
 #include "CFC_EMULEX_Vendor.h"
 #include "HostSys.h"
@@ -34,11 +36,11 @@ public:
         driverModule = driver;
         if (utility != nullptr) utilityModules.push_back(utility);
     }
-    void SetWwpn(const std::string& value) { wwpn = value; }
-    void SetClassName(const std::string& name) { vendorClassName = name; }
-    void SetDeviceId(const std::string& id) { deviceId = id; }
+    using CFC_EMULEX_Vendor::deviceId, CFC_EMULEX_Vendor::vendorClassName, CFC_EMULEX_Vendor::wwpn;
 };
 
+// The provider is also reached through its loaded library, as the host does;
+// the factory's console lines are kept in shown_.
 class VendorTest : public qdmtest::HostTest {
 protected:
     void SetUp() override {
@@ -46,35 +48,6 @@ protected:
         QDM_REQUIRE_SANDBOX();
         CEmulexCommon::SetLastError(0);
         runs_ = root_ + "/hbacmd_runs";
-    }
-    void TearDown() override {
-        ::unlink(kHbacmd);
-        HostTest::TearDown();
-    }
-    // The fake tool prints `listing` for "listhbas" and logs every run.
-    void InstallHbacmd(const std::string& listing) {
-        qdmtest::WriteFile(root_ + "/listing.txt", listing);
-        qdmtest::WriteScript(kHbacmd, "echo \"$1\" >> '" + runs_ + "'\ncase \"$1\" in listhbas) cat '" + root_ +
-                                          "/listing.txt';; esac\n");
-    }
-    int HbacmdRuns() const {
-        const std::string log = qdmtest::ReadFile(runs_);
-        int count = 0;
-        for (size_t at = 0; (at = log.find("listhbas\n", at)) != std::string::npos; ++at) ++count;
-        return count;
-    }
-    std::string ListPath() const { return cache_ + "/Listhbas.txt"; }
-
-    std::string runs_;
-};
-
-// Reaches the provider through its loaded library, as the host does; the
-// factory's console lines are kept in shown_.
-class ProviderTest : public VendorTest {
-protected:
-    void SetUp() override {
-        VendorTest::SetUp();
-        if (IsSkipped()) return;
         static void* library = ::dlopen(QDM_PROVIDER_LIBRARY, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library, nullptr) << ::dlerror();
         factory_ = reinterpret_cast<void* (*)(const char*, const char*)>(::dlsym(library, "GetVendorFactory"));
@@ -85,9 +58,22 @@ protected:
     }
     void TearDown() override {
         qdmhost::SetShowMessageSink({});
-        VendorTest::TearDown();
+        ::unlink(kHbacmd);
+        HostTest::TearDown();
     }
+    // The fake tool prints `listing` for "listhbas", logging each such run as a line.
+    void InstallHbacmd(const std::string& listing) {
+        qdmtest::WriteFile(root_ + "/listing.txt", listing);
+        qdmtest::WriteScript(kHbacmd, "case \"$1\" in listhbas) echo >> '" + runs_ + "'; cat '" + root_ +
+                                          "/listing.txt';; esac\n");
+    }
+    int HbacmdRuns() const {
+        const std::string log = qdmtest::ReadFile(runs_);
+        return std::count(log.begin(), log.end(), '\n');
+    }
+    std::string ListPath() const { return cache_ + "/Listhbas.txt"; }
 
+    std::string runs_;
     void* (*factory_)(const char*, const char*) = nullptr;
     void (*release_)(void*) = nullptr;
     std::vector<std::string> shown_;

@@ -36,73 +36,62 @@ void* operator new(std::size_t size) {
 
 namespace {
 
-using EntryTest = ProviderTest;
+using EntryTest = VendorTest;
 using Lines = std::vector<std::string>;
 
 TEST_F(EntryTest, FactoryBuildsExactlyTheModelNamed) {
-    const std::string id = kDeviceId;
+    const std::string id = kDeviceId, asks = "WINAPI GetVendorFactory ";
     const struct { const char* className; const char* deviceId; Lines shown; } rows[] = {
-        {"CFC_EMULEX_8G_1P_Vendor", kDeviceId,
-         {"WINAPI GetVendorFactory CFC_EMULEX_8G_1P_Vendor", "new CFC_EMULEX_8G_1P_Vendor " + id}},
-        {"CFC_EMULEX_8G_2P_Vendor", kDeviceId,
-         {"WINAPI GetVendorFactory CFC_EMULEX_8G_2P_Vendor", "new CFC_EMULEX_8G_2P_Vendor " + id}},
-        {"CFC_EMULEX_16G_Vendor", kDeviceId,
-         {"WINAPI GetVendorFactory CFC_EMULEX_16G_Vendor", "new CFC_EMULEX_16G_Vendor " + id}},
+        {"CFC_EMULEX_8G_1P_Vendor", kDeviceId, {asks + "CFC_EMULEX_8G_1P_Vendor", "new CFC_EMULEX_8G_1P_Vendor " + id}},
+        {"CFC_EMULEX_8G_2P_Vendor", kDeviceId, {asks + "CFC_EMULEX_8G_2P_Vendor", "new CFC_EMULEX_8G_2P_Vendor " + id}},
+        {"CFC_EMULEX_16G_Vendor", kDeviceId, {asks + "CFC_EMULEX_16G_Vendor", "new CFC_EMULEX_16G_Vendor " + id}},
         // Case, trailing blanks and the abstract base are refused silently.
-        {"cfc_emulex_16g_vendor", kDeviceId, {"WINAPI GetVendorFactory cfc_emulex_16g_vendor"}},
-        {"CFC_EMULEX_16G_Vendor ", kDeviceId, {"WINAPI GetVendorFactory CFC_EMULEX_16G_Vendor "}},
-        {"CFC_EMULEX_Vendor", kDeviceId, {"WINAPI GetVendorFactory CFC_EMULEX_Vendor"}},
+        {"cfc_emulex_16g_vendor", kDeviceId, {asks + "cfc_emulex_16g_vendor"}},
+        {"CFC_EMULEX_16G_Vendor ", kDeviceId, {asks + "CFC_EMULEX_16G_Vendor "}},
+        {"CFC_EMULEX_Vendor", kDeviceId, {asks + "CFC_EMULEX_Vendor"}},
         // Missing arguments are announced.
         {nullptr, kDeviceId, {"WINAPI GetVendorFactory", "GetFactory NULL"}},
-        {"CFC_EMULEX_16G_Vendor", nullptr, {"WINAPI GetVendorFactory CFC_EMULEX_16G_Vendor", "GetFactory NULL"}},
+        {"CFC_EMULEX_16G_Vendor", nullptr, {asks + "CFC_EMULEX_16G_Vendor", "GetFactory NULL"}},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.shown.back());
         shown_.clear();
         auto* vendor = static_cast<CVendor*>(factory_(row.className, row.deviceId));
         EXPECT_EQ(shown_, row.shown);
-        if (row.shown.back().rfind("new ", 0) != 0) {  // the last line announces a built vendor
-            EXPECT_EQ(vendor, nullptr);
-            continue;
-        }
-        ASSERT_NE(vendor, nullptr);
-        EXPECT_EQ(vendor->GetVendorClassName(), row.className);
-        EXPECT_EQ(vendor->GetDeviceId(), kDeviceId);
-        EXPECT_EQ(vendor->GetVendorName(), "emulex");
+        const bool built = row.shown.back().rfind("new ", 0) == 0;  // the last line announces a built vendor
+        ASSERT_EQ(vendor != nullptr, built) << row.shown.back();
+        if (!built) continue;
+        EXPECT_EQ(vendor->GetVendorClassName() + " " + vendor->GetDeviceId() + " " + vendor->GetVendorName(),
+                  std::string(row.className) + " " + id + " emulex");
         release_(vendor);  // a model's name: left for the host to delete
         ASSERT_TRUE(CVendor::IsLive(vendor));
         delete vendor;
     }
 }
 
-TEST_F(EntryTest, FailedAllocationLeavesTheFactory) {
-    qdmhost::SetShowMessageSink({});  // the factory's lines go to the console, as in a host without a sink
-    failSize = sizeof(CFC_EMULEX_16G_Vendor);
-    EXPECT_THROW(factory_("CFC_EMULEX_16G_Vendor", kDeviceId), std::bad_alloc);
-    EXPECT_EQ(failSize, 0u);
-}
-
 TEST_F(EntryTest, ReleaseDestroysOnlyWhatAnswersTheBaseClassName) {
     release_(nullptr);
-    const struct { const char* className; bool destroyed; } rows[] = {
-        {"CFC_EMULEX_Vendor", true},
-        {"CFC_EMULEX_16G_Vendor", false},
-        {"cfc_emulex_vendor", false},
-        {"CFC_EMULEX_Vendor ", false},
+    const std::pair<const char*, bool> rows[] = {
+        {"CFC_EMULEX_Vendor", true}, {"CFC_EMULEX_16G_Vendor", false},
+        {"cfc_emulex_vendor", false}, {"CFC_EMULEX_Vendor ", false},
     };
-    for (const auto& row : rows) {
+    for (const auto& [className, destroyed] : rows) {
         auto* vendor = new TestVendor(kDeviceId);
-        vendor->SetClassName(row.className);
+        vendor->vendorClassName = className;
         release_(vendor);
-        EXPECT_EQ(!CVendor::IsLive(vendor), row.destroyed) << row.className;
+        EXPECT_EQ(!CVendor::IsLive(vendor), destroyed) << className;
         if (CVendor::IsLive(vendor)) delete vendor;
     }
     EXPECT_TRUE(shown_.empty());
 }
 
-TEST_F(EntryTest, ReleaseSwallowsAThrowingClassNameAccessor) {
+// A failed allocation leaves the factory; release swallows a throwing class-name accessor.
+TEST_F(EntryTest, AllocationFailures) {
+    qdmhost::SetShowMessageSink({});  // the factory's lines go to the console, as in a host without a sink
+    failSize = sizeof(CFC_EMULEX_16G_Vendor);
+    EXPECT_THROW(factory_("CFC_EMULEX_16G_Vendor", kDeviceId), std::bad_alloc);
+    EXPECT_EQ(failSize, 0u);
     auto* vendor = new TestVendor(kDeviceId);
-    vendor->SetClassName("CFC_EMULEX_Vendor");
+    vendor->vendorClassName = "CFC_EMULEX_Vendor";
     failSize = vendor->GetVendorClassName().size() + 1;  // the accessor answers a copy of the name
     EXPECT_NO_THROW(release_(vendor));
     EXPECT_EQ(failSize, 0u);

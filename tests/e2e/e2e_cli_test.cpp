@@ -1,0 +1,124 @@
+// qdmhost's own parsing in process: the repository catalogue, lspci lines,
+// the supported-device table, exit codes and version verdicts.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include <set>
+
+#include "Catalogue.h"
+#include "Discovery.h"
+#include "ExitCodes.h"
+#include "HostError.h"
+#include "Modules.h"
+#include "TestEnv.h"
+
+namespace {
+
+using nlohmann::json;
+
+const json kGoodEntry = {{"uniqueNames", {"fcelx_16g", "fcelx_8g2p_10df_f100_10df_f100"}},
+                         {"kind", "firm"}, {"version", "11.4.204.8"}, {"archive", "fw-16g.zip"}};
+
+// The exit code a parser throws, 0 when it accepts the text.
+template <class Parse>
+int ErrorCode(Parse parse, const std::string& text) {
+    try {
+        parse(text);
+    } catch (const qdmcli::HostError& error) {
+        return error.code();
+    }
+    return 0;
+}
+
+TEST(Catalogue, EntriesAreCheckedAndFoundByModelKeyAndKind) {
+    qdmcli::Repository repository("/srv/repo", qdmcli::ParseCatalogue(json{{"packages", {kGoodEntry}}}.dump()));
+    CManageRepositoryInfo info;
+    ASSERT_TRUE(repository.Find("fcelx_8g2p_10df_f100_10df_f100", "firm", &info));
+    EXPECT_EQ(info.uniqueName + " " + info.moduleKind + " " + info.version + " " + info.archivePath,
+              "fcelx_8g2p_10df_f100_10df_f100 firm 11.4.204.8 /srv/repo/fw-16g.zip");
+    EXPECT_FALSE(repository.Find("fcelx_16g", "driver", &info) || repository.Find("fcelx_8g2p_", "firm", &info));
+    // Each row changes one field of the good entry into something refused.
+    const std::pair<const char*, json> rows[] = {
+        {"archive", "../etc/passwd"},     {"archive", "sub/fw.zip"},      {"archive", "-rf.zip"},  // option-like
+        {"archive", ""},                  {"version", "1.0 && reboot"},   {"version", "`id`"},     // not alnum first
+        {"version", 11},                  {"kind", "bios"},               {"uniqueNames", json::array()},
+        {"uniqueNames", {"fcelx_16g;x"}},
+    };
+    for (const auto& row : rows) {
+        json entry = kGoodEntry;
+        entry[row.first] = row.second;
+        EXPECT_EQ(ErrorCode(qdmcli::ParseCatalogue, json{{"packages", {entry}}}.dump()), qdmcli::kExitRepository)
+            << row.first << " = " << row.second;
+    }
+    // Not JSON, no list, an entry not an object, two firmware packages for one key (an arbitrary choice).
+    for (const std::string& text : {std::string("{\"packages\": ["), json::array().dump(), json{{"packages", {42}}}.dump(),
+                                   json{{"packages", {kGoodEntry, kGoodEntry}}}.dump()})
+        EXPECT_EQ(ErrorCode(qdmcli::ParseCatalogue, text), qdmcli::kExitRepository) << text;
+}
+
+TEST(Catalogue, ArchivesMustBeRegularFilesOfTheFolder) {
+    const std::string folder = qdmtest::MakeTempDir("catalogue");
+    qdmtest::WriteFile(folder + "/catalogue.json", json{{"packages", {kGoodEntry}}}.dump());
+    EXPECT_THROW(qdmcli::Repository::Load(folder), qdmcli::HostError);  // archive missing
+    ASSERT_EQ(::symlink("/etc/hostname", (folder + "/fw-16g.zip").c_str()), 0);
+    EXPECT_THROW(qdmcli::Repository::Load(folder), qdmcli::HostError);  // a link may lead anywhere
+    ::unlink((folder + "/fw-16g.zip").c_str());
+    qdmtest::WriteFile(folder + "/fw-16g.zip", "zip");
+    EXPECT_FALSE(qdmcli::Repository::Load(folder).empty());
+    qdmtest::RemoveTree(folder);
+}
+
+TEST(Discovery, LspciLinesAndDeviceTable) {
+    auto function = qdmcli::ParseLspciLine(R"(0000:04:00.1 "0c04" "10DF" "f100" -r03 "10df" "F100")");
+    ASSERT_TRUE(function);
+    EXPECT_EQ(qdmcli::DeviceIdentifier(*function), "0000:04:00.1-PCI\\VEN_10DF&DEV_F100&SUBSYS_F10010DF");
+    EXPECT_TRUE(qdmcli::ParseLspciLine(R"(0000:05:00.0 "0c04" "10df" "e200" "10df" "e200")"));  // no revision
+    for (const char* line : {
+             R"(04:00.1 "0c04" "10df" "f100" -r03 "10df" "f100")",          // no domain (-D missing)
+             R"(0000:04:00.9 "0c04" "10df" "f100" -r03 "10df" "f100")",     // function beyond 7
+             R"(0000:04:00.1 "0c04" "10df" "f1;x" -r03 "10df" "f100")",     // shell metacharacter
+             R"(0000:04:00.1 "0c04" "10df" "f100" -r03 "10df" "f100)",      // unbalanced quote
+             R"(0000:04:00.1 "0c04" "10df" "f100" "10df" "f100" "0000")"})  // one field too many
+        EXPECT_FALSE(qdmcli::ParseLspciLine(line)) << line;
+    qdmcli::DeviceTable table = qdmcli::ParseDeviceTable(R"({"devices": [
+        {"match": "PCI\\VEN_10DF&DEV_F100", "class": "CFC_EMULEX_8G_2P_Vendor"},
+        {"match": "pci\\ven_10df&dev_f100&subsys_f11110df", "class": "CFC_EMULEX_8G_1P_Vendor"}]})");
+    EXPECT_EQ(qdmcli::LookupVendorClass(table, "PCI\\VEN_10DF&DEV_F100&SUBSYS_F11110DF"), "CFC_EMULEX_8G_1P_Vendor");
+    EXPECT_EQ(qdmcli::LookupVendorClass(table, "PCI\\VEN_10DF&DEV_F100&SUBSYS_F10010DF"), "CFC_EMULEX_8G_2P_Vendor");
+    EXPECT_EQ(qdmcli::LookupVendorClass(table, "PCI\\VEN_1077&DEV_2532&SUBSYS_01331077"), "");
+    for (const char* broken : {
+             R"({"devices": {}})",                                                         // not a list
+             R"({"devices": [{"match": "PCI\\VEN_10DF"}]})",                               // no class
+             R"({"devices": [{"match": "PCI\\VEN_10DF", "class": "CFC_EMULEX_Vendor"}]})", // class never built
+             R"({"devices": [{"match": "PCI\\VEN_10DF;rm", "class": "CFC_EMULEX_16G_Vendor"}]})"})  // metacharacter
+        EXPECT_EQ(ErrorCode(qdmcli::ParseDeviceTable, broken), qdmcli::kExitNoDevice) << broken;
+}
+
+TEST(ExitCodes, DistinctDocumentedAndTheWorseOutcomeWins) {
+    using namespace qdmcli;
+    std::set<int> codes;
+    std::set<std::string> names;
+    for (const auto& info : ExitCodeTable()) {
+        EXPECT_TRUE(codes.insert(info.code).second && names.insert(info.name).second) << info.name;
+        EXPECT_NE(ExitCodeHelp().find(info.meaning), std::string::npos) << info.name;
+    }
+    EXPECT_EQ(codes.size(), 11u);
+    EXPECT_STREQ(DescribeExitCode(99).name, "internal-error");
+    const int rows[][3] = {{kExitOk, kExitRefused, kExitRefused},
+                           {kExitRefused, kExitApplyCheck, kExitApplyCheck},
+                           {kExitApplyCheck, kExitUpdateFailed, kExitUpdateFailed},
+                           {kExitUpdateFailed, kExitRefused, kExitUpdateFailed},
+                           {kExitMissingComponent, kExitRefused, kExitMissingComponent}};
+    for (const auto& row : rows) EXPECT_EQ(WorseExitCode(row[0], row[1]), row[2]) << row[0] << " " << row[1];
+}
+
+// Older, current, no package and unreadable show end to end; these verdicts do not.
+TEST(VersionStatus, NewerAndMalformedVersionsAreUpdated) {
+    EXPECT_EQ(qdmcli::VersionStatus("2.02a6", true, -1), "newer");  // brought back to the repository's version
+    EXPECT_EQ(qdmcli::VersionStatus("abnormal", true, 0), "unreadable");  // 0 from a malformed text is not current
+    EXPECT_TRUE(qdmcli::StatusNeedsUpdate("newer") && qdmcli::StatusNeedsUpdate("unreadable"));
+    EXPECT_FALSE(qdmcli::StatusNeedsUpdate("current") || qdmcli::StatusNeedsUpdate("no-package"));
+}
+
+}  // namespace

@@ -1,0 +1,200 @@
+// qdmhost end to end on the demo server: inventory and report against their
+// golden files, port selection, the exit codes with their JSON errors, the
+// update lock, and updates that succeed, fail, mismatch or are refused.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "HostRun.h"
+
+namespace {
+
+using e2e::E2eTest;
+using e2e::json;
+using e2e::Outcomes;
+
+// With --json, standard output holds one document naming the command and its exit code.
+json Document(const e2e::HostRun& run, const std::string& command, int exitCode) {
+    EXPECT_EQ(run.exitCode, exitCode) << command << " " << run.err;
+    json document = json::parse(run.out, nullptr, false);
+    EXPECT_EQ(document["command"], command) << run.out;
+    EXPECT_EQ(document["exitCode"], exitCode) << run.out;
+    return document;
+}
+
+TEST_F(E2eTest, InventoryMatchesGoldenAndTableShowsIt) {
+    BuildDemoRepository();
+    json golden = json::parse(qdmtest::ReadFile(std::string(QDM_GOLDEN_DIR) + "/e2e/inventory.json"));
+    EXPECT_EQ(Document(Host({"--json", "inventory"}), "inventory", 0)["ports"], golden);
+    e2e::HostRun table = Host({"inventory"});
+    ASSERT_EQ(table.exitCode, 0) << table.err;
+    for (const char* text : {"0000:03:00.0-PCI\\VEN_10DF&DEV_F100&SUBSYS_F11110DF", "10000090FAC30002",
+                             "boot BIOS  5.10a5", "2.01a12", "older", "current"})
+        EXPECT_NE(table.out.find(text), std::string::npos) << text;
+}
+
+TEST_F(E2eTest, ReportMatchesGoldenAndFollowsThePortFilter) {
+    json document = Document(Run({"--json", "report", "--out", folder_ + "/out/all"}), "report", 0);
+    EXPECT_EQ(document["ports"], 5);
+    EXPECT_EQ(qdmtest::ReadFile(folder_ + "/out/all/Emulex_FcConfigInfo.xml"),
+              qdmtest::ReadFile(std::string(QDM_GOLDEN_DIR) + "/e2e/report.xml"));
+    ASSERT_EQ(Run({"--port", "5/0/1", "report", "--out", folder_ + "/out/one"}).exitCode, 0);
+    const std::string one = qdmtest::ReadFile(folder_ + "/out/one/Emulex_FcConfigInfo.xml");
+    EXPECT_EQ(e2e::Occurrences(one, "<port>"), 1u) << one;
+    EXPECT_NE(one.find("10000090FAC30002"), std::string::npos) << one;
+}
+
+// Every form of --port selects the same single port; without a repository its versions still show.
+TEST_F(E2eTest, PortSelectors) {
+    for (const char* selector : {"0000:04:00.1-PCI\\VEN_10DF&DEV_F100&SUBSYS_F10010DF", "0000:04:00.1", "04:00.1",
+                                 "10:00:00:00:c9:b2:00:02", "10000000C9B20002", "4/0/1"}) {
+        json ports = Document(Run({"--json", "--port", selector, "inventory"}), "inventory", 0)["ports"];
+        ASSERT_EQ(ports.size(), 1u) << selector;
+        EXPECT_EQ(ports[0]["wwpn"], "10000000C9B20002") << selector;
+        EXPECT_EQ(ports[0]["modules"][0], json({{"kind", "firm"}, {"operating", "2.02a5"}, {"repository", nullptr},
+                                                {"status", "no-package"}}));
+    }
+}
+
+// Failures: with --json an {"error": ...} document holding the code, its name and a message.
+TEST_F(E2eTest, ErrorExitCodes) {
+    struct Row {
+        std::vector<std::string> args;
+        std::string file;  // replaced for this row ("" none) by `content` (nullptr: removed)
+        const char* content;
+        int exitCode;
+        const char* name;
+        const char* message;
+    };
+    const std::string catalogue = repo_ + "/catalogue.json", table = e2e::kRoot + "/qdmhost/devices.json";
+    const Row rows[] = {
+        {{"inventory", "--bogus"}, "", "", 2, "usage", "--bogus"},
+        {{}, "", "", 2, "usage", "subcommand"},                                          // no command
+        {{"--root", "relative/root", "history"}, "", "", 2, "usage", "--root"},          // unsafe root
+        {{"report", "--out", folder_ + "/a;touch x"}, "", "", 2, "usage", "--out"},      // unsafe folder
+        {{"--provider", "/nonexistent/libqdmp_EMULEX_FC.so", "inventory"}, "", "", 7, "provider-missing",
+         "provider library not found"},
+        {{"--repo", "/nonexistent", "update"}, "", "", 8, "bad-repository", "cannot read"},
+        {{"--repo", repo_, "update"}, catalogue, "{\"packages\": []}", 8, "bad-repository", "holds no update package"},
+        {{"--repo", repo_, "update"}, catalogue, "{\"packages\": [", 8, "bad-repository", "not valid JSON"},
+        {{"--port", "9/9/9", "check"}, "", "", 9, "no-device", "no port matches --port 9/9/9"},
+        {{"inventory"}, table, nullptr, 9, "no-device", "supported-device table"},
+    };
+    for (const Row& row : rows) {
+        const std::string saved = row.file.empty() ? "" : qdmtest::ReadFile(row.file);
+        if (!row.file.empty()) row.content ? qdmtest::WriteFile(row.file, row.content) : qdmtest::RemoveTree(row.file);
+        std::vector<std::string> args = row.args;
+        args.insert(args.begin(), "--json");
+        e2e::HostRun run = Run(args);
+        EXPECT_EQ(run.exitCode, row.exitCode) << run.err;
+        json error = json::parse(run.out, nullptr, false)["error"];
+        EXPECT_EQ(error["name"].get<std::string>() + " " + std::to_string(error["exitCode"].get<int>()),
+                  row.name + (" " + std::to_string(row.exitCode))) << run.out;
+        EXPECT_NE(error["message"].get<std::string>().find(row.message), std::string::npos) << run.out;
+        if (!row.file.empty()) qdmtest::WriteFile(row.file, saved);
+    }
+}
+
+TEST_F(E2eTest, UnlistedAdapterIsSkippedWithWarning) {
+    qdmtest::WriteFile(e2e::kRoot + "/qdmhost/devices.json",
+                       R"({"devices": [{"match": "PCI\\VEN_10DF&DEV_E200", "class": "CFC_EMULEX_16G_Vendor"}]})");
+    e2e::HostRun run = Run({"--json", "inventory"});
+    EXPECT_EQ(Document(run, "inventory", 0)["ports"].size(), 2u);
+    EXPECT_NE(run.err.find("unsupported Fibre Channel function 0000:03:00.0"), std::string::npos) << run.err;
+}
+
+// Held lock: an update waits (announced, not waited under virtual time), then gives up; readers go on.
+// Then the whole cycle, over what a killed run leaves: the plan, the update, all current, the history.
+TEST_F(E2eTest, LockThenFullUpdateCycleEndsCurrent) {
+    BuildDemoRepository();
+    qdmtest::WriteFile(e2e::kRoot + "/tmp/qdmhost.lock", "");
+    int holder = ::open((e2e::kRoot + "/tmp/qdmhost.lock").c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(::flock(holder, LOCK_EX | LOCK_NB), 0);
+    e2e::HostRun busy = Host({"--json", "--wait", "30", "update"});
+    EXPECT_EQ(busy.exitCode, 6) << busy.err;
+    EXPECT_EQ(busy.Json()["error"]["name"], "lock-busy");
+    EXPECT_NE(busy.err.find("waiting up to 30s"), std::string::npos) << busy.err;
+    Document(Host({"--json", "inventory"}), "inventory", 0);
+    ::close(holder);
+
+    json plan = Document(Host({"--json", "update", "--dry-run"}), "update", 0);
+    EXPECT_EQ(Outcomes(plan, "firm")["0000:03:00.0"], "planned");
+    EXPECT_EQ(qdmtest::SimCallCount("Download") + qdmtest::SimCallCount("-Uhv"), 0u);
+    EXPECT_TRUE(Document(Host({"--json", "history"}), "history", 0)["entries"].empty());
+
+    qdmtest::WriteFile(e2e::kRoot + "/tmp/EMULEX/temp/firm/fw_9.9.9.9.grp", "stale image\n");
+    qdmtest::WriteFile(e2e::kRoot + "/tmp/EMULEX/temp/firm/bios_9.99a9.prg", "stale image\n");
+    e2e::HostRun update = Host({"--json", "update"});
+    json document = Document(update, "update", 0);
+    // Host-wide components are updated once, through the first port.
+    EXPECT_EQ(Outcomes(document, "driver"), (std::map<std::string, std::string>{{"0000:03:00.0", "updated"},
+        {"0000:04:00.0", "current"}, {"0000:04:00.1", "current"}, {"0000:05:00.0", "current"}, {"0000:05:00.1", "current"}}));
+    EXPECT_EQ(Outcomes(document, "util")["0000:03:00.0"] + Outcomes(document, "firm")["0000:03:00.0"] +
+                  Outcomes(document, "firm")["0000:04:00.0"] + Outcomes(document, "firm")["0000:05:00.0"],
+              "updatedupdatedcurrentupdated");
+    EXPECT_EQ(qdmtest::SimCallCount("-Uhv"), 1u);
+    EXPECT_NE(update.err.find("waiting 30s for 0000:03:00.0 util pre-update (virtual time)"), std::string::npos)
+        << update.err;
+
+    json inventory = Document(Host({"--json", "inventory"}), "inventory", 0);
+    for (const json& port : inventory["ports"])
+        for (const json& module : port["modules"])
+            EXPECT_EQ(module["status"], "current") << port["deviceId"] << " " << module["kind"];
+    EXPECT_EQ(inventory["ports"][0]["bootBios"], "5.12a3");
+    json history = Document(Host({"--json", "history"}), "history", 0)["entries"];
+    ASSERT_EQ(history.size(), 4u);  // util, firm and driver of 03:00.0, firm of 05:00.0
+    EXPECT_EQ(history[1]["kind"].get<std::string>() + " " + history[1]["from"].get<std::string>() + " " +
+                  history[1]["to"].get<std::string>() + " " + history[1]["outcome"].get<std::string>(),
+              "firm 2.01a12 2.02a5 updated");
+    EXPECT_EQ(Document(Host({"--json", "check"}), "check", 0)["missingComponents"], json::array());
+
+    qdmtest::SimResetCalls();
+    EXPECT_EQ(Host({"update"}).exitCode, 0);
+    EXPECT_EQ(qdmtest::SimCallCount("Download") + qdmtest::SimCallCount("-Uhv"), 0u);
+}
+
+TEST_F(E2eTest, PackageVersionNotInstalledIsApplyCheckMismatch) {
+    BuildDemoRepository();
+    json catalogue = json::parse(qdmtest::ReadFile(repo_ + "/catalogue.json"));
+    catalogue["packages"][1]["version"] = "11.4.204.9";  // the 16G archive installs 11.4.204.8
+    qdmtest::WriteFile(repo_ + "/catalogue.json", catalogue.dump());
+    e2e::HostRun update = Host({"--json", "--port", "0000:05:00.0", "update"});
+    EXPECT_EQ(Outcomes(Document(update, "update", 4), "firm")["0000:05:00.0"], "apply-check-mismatch");
+    EXPECT_NE(update.err.find("MSGID_EMULEX_FC_0009_F"), std::string::npos) << update.err;
+    json firmware, history = Document(Host({"--json", "history"}), "history", 0);
+    for (const json& entry : history["entries"])
+        if (entry["kind"] == "firm") firmware = entry;
+    ASSERT_TRUE(firmware.is_object());
+    EXPECT_EQ(firmware["outcome"].get<std::string>() + " " + firmware["from"].get<std::string>() + " " +
+                  firmware["now"].get<std::string>() + " " + firmware["messages"][0]["id"].get<std::string>(),
+              "apply-check-mismatch 10.2.370.15 11.4.204.8 MSGID_EMULEX_FC_0009_F");
+}
+
+TEST_F(E2eTest, FailingDownloadIsUpdateFailureAndOthersGoOn) {
+    BuildDemoRepository();
+    ASSERT_TRUE(qdmtest::SimFault("Download", "fail"));
+    json document = Document(Host({"--json", "update"}), "update", 3);
+    EXPECT_EQ(Outcomes(document, "firm")["0000:03:00.0"], "failed");
+    EXPECT_EQ(Outcomes(document, "driver")["0000:03:00.0"], "updated");
+    EXPECT_EQ(qdmtest::SimGet("/adapters/0/firmware"), "\"2.01a12\"");
+}
+
+// A broken utility configuration refuses only the utility (5); no utility at all is a missing component (10).
+TEST_F(E2eTest, RefusedUtilityAndMissingComponent) {
+    BuildDemoRepository();
+    ASSERT_FALSE(qdmtest::InstallSimulator(folder_, qdmtest::DemoState(), {true, "broken-port"}).empty());
+    e2e::HostRun update = Host({"--json", "update"});
+    json document = Document(update, "update", 5);
+    for (const auto& outcome : Outcomes(document, "util")) EXPECT_EQ(outcome.second, "refused") << outcome.first;
+    EXPECT_EQ(Outcomes(document, "firm")["0000:03:00.0"] + Outcomes(document, "driver")["0000:03:00.0"], "updatedupdated");
+    EXPECT_EQ(qdmtest::SimGet("utilityVersion"), "\"10.2.370.16\"");
+    EXPECT_NE(update.err.find("MSGID_EMULEX_FC_0010_F"), std::string::npos) << update.err;
+    EXPECT_EQ(Document(Host({"--json", "check"}), "check", 5)["ports"][0]["utilityCheck"], "refused");
+
+    ASSERT_FALSE(qdmtest::InstallSimulator(folder_, qdmtest::DemoState(), {false, "none"}).empty());
+    json check = Document(Host({"--json", "check"}), "check", 10);
+    EXPECT_EQ(check["missingComponents"], json({"One Command Manager"}));
+    EXPECT_EQ(check["ports"][0]["utilityCheck"], "no-utility");
+}
+
+}  // namespace
