@@ -53,8 +53,8 @@ nlohmann::json ModuleJson(const ModuleReading& reading) {
     nlohmann::json module = {{"kind", reading.kind}, {"status", reading.status}};
     module["operating"] = reading.module ? nlohmann::json(reading.operating) : nlohmann::json(nullptr);
     module["repository"] = reading.hasPackage ? nlohmann::json(reading.package.version) : nlohmann::json(nullptr);
-    module["repositoryVerified"] =
-        reading.hasPackage ? nlohmann::json(reading.repositoryVerified) : nlohmann::json(nullptr);
+    // Marks only what is doubtful, as the table does.
+    if (reading.hasPackage && !reading.repositoryVerified) module["repositoryVerified"] = false;
     return module;
 }
 

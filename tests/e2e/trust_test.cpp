@@ -10,7 +10,6 @@
 #include "Archive.h"
 #include "HostRun.h"
 #include "Minisign.h"
-#include "Publisher.h"
 
 namespace {
 
@@ -21,39 +20,33 @@ using qdmtest::WriteFile;
 const std::vector<std::string> kGoodCatalogue = {"--serial", "2", "--expires", "2099-01-01T00:00:00Z"};
 
 // Public, so that the attack rows can tamper with the repository.
-class TrustTest : public e2e::HostE2eTest {
+class TrustTest : public e2e::E2eTest {
 public:
-    using HostE2eTest::folder_;
-    using HostE2eTest::Host;
-    using HostE2eTest::WriteCatalogue;
+    using E2eTest::folder_;
+    using E2eTest::Host;
+    using E2eTest::PublishCatalogue;
+    using E2eTest::publisher_;
 
     void SetUp() override {
-        HostE2eTest::SetUp();
+        E2eTest::SetUp();
         if (IsSkipped() || HasFatalFailure()) return;
-        key_ = qdmtest::MakePublisherKey(folder_ + "/publisher");
-        ASSERT_EQ(e2e::RunHost({"trust", "add", key_.publicKey}).exitCode, 0);
         BuildDemoRepository();
-        Publish();
-    }
-
-    // Sizes, hashes, serial and expiry of the catalogue as written, then minisign's signature.
-    void Publish(const std::vector<std::string>& options = kGoodCatalogue) {
-        ASSERT_TRUE(qdmtest::BuildCatalogue(repo_, options));
-        ASSERT_TRUE(qdmtest::SignFile(key_, Repo("catalogue.json")));
+        PublishCatalogue(kGoodCatalogue);
     }
 
     std::string Repo(const std::string& name) const { return repo_ + "/" + name; }
     std::string KeyId() const {
-        return qdmcli::KeyIdText(qdmcli::ParseMinisignPublicKey(ReadFile(key_.publicKey)).keyId);
+        return qdmcli::KeyIdText(qdmcli::ParseMinisignPublicKey(ReadFile(publisher_.publicKey)).keyId);
     }
 
-    // What an update may change: the simulated server's state (adapters,
-    // driver, utility, rpm list), the fixed system paths, the install root
-    // but its work area and logs, the repository.
-    qdmtest::TreeSnapshot Snapshot() const {
-        const std::string state = StatePath();
-        return qdmtest::TreeSnapshot::Take({"/etc", "/usr/sbin", "/opt", folder_},
-                                           {e2e::kRoot + "/tmp", e2e::kRoot + "/log", state + ".calls", state + ".lock"});
+    // The files an update changes that the baseline leaves out: the simulated
+    // server (adapters, driver, utility, rpm list), the history, the accepted serials.
+    std::map<std::string, std::string> WatchedFiles() const {
+        std::map<std::string, std::string> files;
+        for (const std::string& path : {StatePath(), e2e::kRoot + "/qdmhost/history.jsonl",
+                                        e2e::kRoot + "/qdmhost/accepted-serials.json"})
+            files[path] = qdmtest::Exists(path) ? ReadFile(path) : "";
+        return files;
     }
 
     static std::vector<std::string> StagingFolders() {
@@ -62,8 +55,6 @@ public:
             if (entry.path().filename().string().rfind("qdmhost-staging.", 0) == 0) found.push_back(entry.path().string());
         return found;
     }
-
-    qdmtest::PublisherKey key_;
 };
 
 void FlipByte(const std::string& path) {
@@ -98,7 +89,7 @@ const Attack kAttacks[] = {
     {"SignatureOfAnotherCatalogue", "bad-signature",
      [](TrustTest& t) {
          WriteFile(t.folder_ + "/other.json", "{\"packages\": []}");
-         ASSERT_TRUE(qdmtest::SignFile(t.key_, t.folder_ + "/other.json"));
+         ASSERT_TRUE(qdmtest::SignFile(t.publisher_, t.folder_ + "/other.json"));
          WriteFile(t.Repo("catalogue.json.minisig"), ReadFile(t.folder_ + "/other.json.minisig"));
      }},
     // Signed with a key the server does not trust.
@@ -118,15 +109,17 @@ const Attack kAttacks[] = {
     {"OlderSerial", "rollback",
      [](TrustTest& t) {
          const std::string full = ReadFile(t.Repo("catalogue.json"));
-         t.WriteCatalogue({{"packages", {{{"uniqueNames", {e2e::kDualPortKey}}, {"kind", "firm"},
-                                          {"version", "2.02a5"}, {"archive", "fw-8g.zip"}}}}});
-         t.Publish({"--serial", "5", "--expires", "2099-01-01T00:00:00Z"});
+         WriteFile(t.Repo("catalogue.json"), json({{"packages", {{{"uniqueNames", {"fcelx_8g2p_10df_f100_10df_f100"}},
+                                                                 {"kind", "firm"}, {"version", "2.02a5"},
+                                                                 {"archive", "fw-8g.zip"}}}}}).dump());
+         t.PublishCatalogue({"--serial", "5", "--expires", "2099-01-01T00:00:00Z"});
          ASSERT_EQ(t.Host({"update"}).exitCode, 0);
          WriteFile(t.Repo("catalogue.json"), full);
-         t.Publish({"--serial", "4"});
+         t.PublishCatalogue({"--serial", "4"});
      }},
     // A catalogue past its expiry (a frozen repository).
-    {"Expired", "expired", [](TrustTest& t) { t.Publish({"--serial", "2", "--expires", "2000-01-01T00:00:00Z"}); }},
+    {"Expired", "expired",
+     [](TrustTest& t) { t.PublishCatalogue({"--serial", "2", "--expires", "2000-01-01T00:00:00Z"}); }},
     // An archive replaced by a link, even to an identical copy.
     {"ArchiveLink", "archive-not-regular",
      [](TrustTest& t) {
@@ -143,14 +136,17 @@ class AttackTest : public TrustTest, public ::testing::WithParamInterface<Attack
 TEST_P(AttackTest, RefusedWithNothingChanged) {
     GetParam().tamper(*this);
     ASSERT_FALSE(HasFatalFailure());
-    qdmtest::TreeSnapshot before = Snapshot();
+    TakeBaseline();
+    const std::map<std::string, std::string> watched = WatchedFiles();
     qdmtest::SimResetCalls();
     e2e::HostRun run = Host({"--json", "update"});
     EXPECT_EQ(run.exitCode, 11) << run.err;
     json error = run.Json()["error"];
     EXPECT_EQ(error["reason"], GetParam().reason) << run.out;
     EXPECT_NE(error["message"].get<std::string>().find(repo_), std::string::npos) << run.out;
-    EXPECT_EQ(before.ChangesUntil(Snapshot()), std::vector<std::string>{});
+    ExpectNothingWrittenOutsideWorkArea();
+    EXPECT_EQ(WatchedFiles(), watched);
+    ExpectNoProcessLeft();
     // Nothing flashed, installed or run: depmod -a, the utility's scripts.
     for (const char* verb : {"Download", "-Uhv", "-a", "install", "uninstall"})
         EXPECT_EQ(qdmtest::SimCallCount(verb), 0u) << verb;
@@ -164,7 +160,7 @@ TEST_F(TrustTest, SignedRepositoryUpdatesAndHistoryNamesKeyAndSerial) {
     e2e::HostRun update = Host({"--json", "update"});
     ASSERT_EQ(update.exitCode, 0) << update.err;
     EXPECT_EQ(update.Json()["repositoryVerified"], true);
-    EXPECT_EQ(Outcomes(update.Json(), "firm")["0000:05:00.0"], "updated");
+    EXPECT_EQ(e2e::Outcomes(update.Json(), "firm")["0000:05:00.0"], "updated");
     json history = Host({"--json", "history"}).Json()["entries"];
     ASSERT_EQ(history.size(), 4u);
     for (const json& entry : history) {
@@ -192,7 +188,7 @@ TEST_F(TrustTest, ArchiveChangedAfterStagingIsNotWhatIsUsed) {
         entries.emplace_back(file, content, file.find(".sh") != std::string::npos);
     }
     ASSERT_TRUE(qdmtest::MakeZip(Repo("ocm.zip"), entries));
-    Publish();
+    PublishCatalogue(kGoodCatalogue);
     e2e::HostRun update = Host({"--json", "update"});
     EXPECT_EQ(update.exitCode, 0) << update.err;
     EXPECT_EQ(ReadFile(Repo("fw-16g.zip")), ReadFile(other));       // the swap happened
@@ -231,16 +227,16 @@ TEST_F(TrustTest, AllowUnsignedWarnsLoudlyAndIsRecorded) {
 
 TEST_F(TrustTest, TrustCommandsRefuseBadKeysAndUnsafeFolders) {
     const std::string folder = e2e::kRoot + "/qdmhost/trusted-keys";
-    EXPECT_EQ(e2e::RunHost({"--json", "trust", "list"}).Json()["keys"][0]["keyId"], KeyId());
-    EXPECT_EQ(e2e::RunHost({"trust", "add", Repo("catalogue.json")}).exitCode, 2);  // not a key
-    EXPECT_EQ(e2e::RunHost({"trust", "remove", "0123456789ABCDEF"}).exitCode, 2);   // not trusted
+    EXPECT_EQ(Run({"--json", "trust", "list"}).Json()["keys"][0]["keyId"], KeyId());
+    EXPECT_EQ(Run({"trust", "add", Repo("catalogue.json")}).exitCode, 2);  // not a key
+    EXPECT_EQ(Run({"trust", "remove", "0123456789ABCDEF"}).exitCode, 2);   // not trusted
     std::filesystem::permissions(folder, std::filesystem::perms::group_write, std::filesystem::perm_options::add);
-    EXPECT_EQ(e2e::RunHost({"trust", "list"}).exitCode, 1);
+    EXPECT_EQ(Run({"trust", "list"}).exitCode, 1);
     e2e::HostRun ignored = Host({"--json", "update", "--dry-run"});  // a key anyone could have put there
     EXPECT_EQ(ignored.Json()["error"]["reason"], "unknown-key") << ignored.err;
     std::filesystem::permissions(folder, std::filesystem::perms::group_write, std::filesystem::perm_options::remove);
-    EXPECT_EQ(e2e::RunHost({"trust", "remove", KeyId()}).exitCode, 0);
-    EXPECT_EQ(e2e::RunHost({"--json", "trust", "list"}).Json()["keys"], json::array());
+    EXPECT_EQ(Run({"trust", "remove", KeyId()}).exitCode, 0);
+    EXPECT_EQ(Run({"--json", "trust", "list"}).Json()["keys"], json::array());
 }
 
 // Keys and signatures made by the real minisign, prehashed (its default) and legacy.
