@@ -5,46 +5,37 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <sodium.h>
 
-#include <vector>
-
 #include "FuzzSupport.h"
 #include "Minisign.h"
 
 namespace {
 
 template <typename Bytes>
-std::string Base64(const Bytes& first, const std::vector<unsigned char>& rest = {}) {
-    std::vector<unsigned char> bytes(first.begin(), first.end());
-    bytes.insert(bytes.end(), rest.begin(), rest.end());
+std::string Raw(const Bytes& bytes) {
+    return std::string(bytes.begin(), bytes.end());
+}
+
+std::string Base64(const std::string& bytes) {
     std::string text(sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
-    sodium_bin2base64(&text[0], text.size(), bytes.data(), bytes.size(), sodium_base64_VARIANT_ORIGINAL);
+    sodium_bin2base64(&text[0], text.size(), reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
+                      sodium_base64_VARIANT_ORIGINAL);
     text.pop_back();  // the terminating NUL
     return text;
 }
 
-std::vector<unsigned char> Concat(const std::string& head, const qdmcli::MinisignKeyId& id) {
-    std::vector<unsigned char> bytes(head.begin(), head.end());
-    bytes.insert(bytes.end(), id.begin(), id.end());
-    return bytes;
-}
-
 void CheckKeyRoundTrip(const qdmcli::MinisignPublicKey& key) {
-    const std::string text = "untrusted comment: " + key.comment + "\n" +
-                             Base64(Concat("Ed", key.keyId), std::vector<unsigned char>(key.key.begin(), key.key.end())) +
-                             "\n";
-    const qdmcli::MinisignPublicKey again = qdmcli::ParseMinisignPublicKey(text);
-    qdmfuzz::Require(again.keyId == key.keyId && again.key == key.key && again.comment == key.comment,
-                     "a key written back parses to the same fields");
-    qdmfuzz::Require(qdmcli::IsKeyIdText(qdmcli::KeyIdText(key.keyId)), "a key id prints as 16 hex digits");
+    const qdmcli::MinisignPublicKey again = qdmcli::ParseMinisignPublicKey(
+        "untrusted comment: " + key.comment + "\n" + Base64("Ed" + Raw(key.keyId) + Raw(key.key)) + "\n");
+    qdmfuzz::Require(again.keyId == key.keyId && again.key == key.key && again.comment == key.comment &&
+                         qdmcli::IsKeyIdText(qdmcli::KeyIdText(key.keyId)),
+                     "a key written back parses to the same fields; its id prints as 16 hex digits");
 }
 
 void CheckSignatureRoundTrip(const qdmcli::MinisignSignature& signature) {
-    const std::vector<unsigned char> bytes(signature.signature.begin(), signature.signature.end());
-    const std::string text = "untrusted comment: x\n" +
-                             Base64(Concat(signature.prehashed ? "ED" : "Ed", signature.keyId), bytes) +
-                             "\ntrusted comment: " + signature.trustedComment + "\n" +
-                             Base64(signature.globalSignature) + "\n";
-    const qdmcli::MinisignSignature again = qdmcli::ParseMinisignSignature(text);
+    const qdmcli::MinisignSignature again = qdmcli::ParseMinisignSignature(
+        "untrusted comment: x\n" +
+        Base64((signature.prehashed ? "ED" : "Ed") + Raw(signature.keyId) + Raw(signature.signature)) +
+        "\ntrusted comment: " + signature.trustedComment + "\n" + Base64(Raw(signature.globalSignature)) + "\n");
     qdmfuzz::Require(again.prehashed == signature.prehashed && again.keyId == signature.keyId &&
                          again.signature == signature.signature && again.trustedComment == signature.trustedComment &&
                          again.globalSignature == signature.globalSignature,
