@@ -1,14 +1,11 @@
 #include "Catalogue.h"
 
-#include <sys/stat.h>
-
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
+#include <ctime>
 #include <set>
-#include <sstream>
 #include <utility>
 
 #include "HostError.h"
@@ -35,7 +32,45 @@ std::string StringField(const nlohmann::json& entry, const char* key, const std:
     return entry[key].get<std::string>();
 }
 
-CatalogueEntry ParseEntry(const nlohmann::json& entry, const std::string& where) {
+bool IsLowerHex(const std::string& text) {
+    return AllOf(text, [](unsigned char c) { return std::isdigit(c) || (c >= 'a' && c <= 'f'); });
+}
+
+// A present field must be good; an absent one is broken only when required.
+bool Present(const nlohmann::json& object, const char* key, const std::string& where, bool required) {
+    if (object.contains(key)) return true;
+    if (required) BadCatalogue(where + ": \"" + key + "\" is missing");
+    return false;
+}
+
+std::uint64_t UnsignedField(const nlohmann::json& object, const char* key, const std::string& where) {
+    if (!object[key].is_number_unsigned()) BadCatalogue(where + ": \"" + key + "\" must be a whole number");
+    return object[key].get<std::uint64_t>();
+}
+
+void ParseArchiveDigest(const nlohmann::json& entry, const std::string& where, bool required,
+                        CatalogueEntry* parsed) {
+    if (Present(entry, "sha256", where, required)) {
+        parsed->sha256 = StringField(entry, "sha256", where);
+        if (parsed->sha256.size() != 64 || !IsLowerHex(parsed->sha256))
+            BadCatalogue(where + ": \"sha256\" must be 64 lower-case hex digits");
+    }
+    if (Present(entry, "size", where, required)) parsed->size = UnsignedField(entry, "size", where);
+}
+
+void ParseCatalogueHead(const nlohmann::json& document, bool required, Catalogue* catalogue) {
+    if (Present(document, "serial", "catalogue", required)) {
+        catalogue->serial = UnsignedField(document, "serial", "catalogue");
+        if (*catalogue->serial == 0) BadCatalogue("\"serial\" must be positive");
+    }
+    if (Present(document, "expires", "catalogue", required)) {
+        catalogue->expires = StringField(document, "expires", "catalogue");
+        catalogue->expiresAt = ParseUtcTime(catalogue->expires);
+        if (!catalogue->expiresAt) BadCatalogue("\"expires\" must be a UTC time such as 2027-01-01T00:00:00Z");
+    }
+}
+
+CatalogueEntry ParseEntry(const nlohmann::json& entry, const std::string& where, bool trustFieldsRequired) {
     if (!entry.is_object()) BadCatalogue(where + " is not an object");
     if (!entry.contains("uniqueNames") || !entry["uniqueNames"].is_array() || entry["uniqueNames"].empty())
         BadCatalogue(where + ": \"uniqueNames\" must be a non-empty list");
@@ -52,6 +87,7 @@ CatalogueEntry ParseEntry(const nlohmann::json& entry, const std::string& where)
     if (!IsSafeVersionText(parsed.version)) BadCatalogue(where + ": bad version text");
     if (!IsSafeArchiveName(parsed.archive))
         BadCatalogue(where + ": archive must be a plain file name inside the repository");
+    ParseArchiveDigest(entry, where, trustFieldsRequired, &parsed);
     return parsed;
 }
 
@@ -73,53 +109,68 @@ bool IsSafeUniqueName(const std::string& name) {
 
 bool IsModuleKind(const std::string& kind) { return kind == "firm" || kind == "driver" || kind == "util"; }
 
-std::vector<CatalogueEntry> ParseCatalogue(const std::string& jsonText) {
+Catalogue ParseCatalogue(const std::string& jsonText, bool trustFieldsRequired) {
     nlohmann::json document = nlohmann::json::parse(jsonText, nullptr, false);
     if (document.is_discarded()) BadCatalogue("not valid JSON");
     if (!document.is_object() || !document.contains("packages") || !document["packages"].is_array())
         BadCatalogue("no \"packages\" list");
-    std::vector<CatalogueEntry> entries;
+    Catalogue catalogue;
+    ParseCatalogueHead(document, trustFieldsRequired, &catalogue);
     std::set<std::pair<std::string, std::string>> served;  // (unique name, kind)
+    std::set<std::string> archives;  // one staged copy per archive, checked against one entry
     for (const nlohmann::json& entry : document["packages"]) {
-        std::string where = "package " + std::to_string(entries.size());
-        CatalogueEntry parsed = ParseEntry(entry, where);
+        std::string where = "package " + std::to_string(catalogue.packages.size());
+        CatalogueEntry parsed = ParseEntry(entry, where, trustFieldsRequired);
+        if (!archives.insert(parsed.archive).second)
+            BadCatalogue(where + ": archive " + parsed.archive + " is named by an earlier package too");
         for (const std::string& name : parsed.uniqueNames)
             if (!served.insert({name, parsed.kind}).second)
                 BadCatalogue(where + ": a second " + parsed.kind + " package for " + name);
-        entries.push_back(std::move(parsed));
+        catalogue.packages.push_back(std::move(parsed));
     }
-    return entries;
+    return catalogue;
 }
 
-Repository Repository::Load(const std::string& folder) {
-    std::string path = folder + "/" + kCatalogueFile;
-    std::ifstream in(path);
-    if (!in) throw HostError(kExitRepository, "repository: cannot read " + path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    std::vector<CatalogueEntry> entries = ParseCatalogue(text.str());
-    for (const CatalogueEntry& entry : entries) {
-        // lstat: a link could lead out of the repository.
-        struct stat info;
-        std::string archive = folder + "/" + entry.archive;
-        if (::lstat(archive.c_str(), &info) != 0 || !S_ISREG(info.st_mode))
-            throw HostError(kExitRepository, "repository: " + archive + " is not a regular file");
-    }
-    return Repository(folder, std::move(entries));
+std::optional<std::time_t> ParseUtcTime(const std::string& text) {
+    // Digits where "0000-00-00T00:00:00Z" has them, the rest literally.
+    const std::string form = "0000-00-00T00:00:00Z";
+    if (text.size() != form.size()) return std::nullopt;
+    for (std::size_t i = 0; i < form.size(); ++i)
+        if (form[i] == '0' ? !std::isdigit(static_cast<unsigned char>(text[i])) : text[i] != form[i])
+            return std::nullopt;
+    struct tm fields = {};
+    fields.tm_year = std::stoi(text.substr(0, 4)) - 1900;
+    fields.tm_mon = std::stoi(text.substr(5, 2)) - 1;
+    fields.tm_mday = std::stoi(text.substr(8, 2));
+    fields.tm_hour = std::stoi(text.substr(11, 2));
+    fields.tm_min = std::stoi(text.substr(14, 2));
+    fields.tm_sec = std::stoi(text.substr(17, 2));
+    const struct tm written = fields;
+    std::time_t time = ::timegm(&fields);
+    // timegm turns 31 April into 1 May: a field that changed was out of range.
+    bool same = fields.tm_year == written.tm_year && fields.tm_mon == written.tm_mon &&
+                fields.tm_mday == written.tm_mday && fields.tm_hour == written.tm_hour &&
+                fields.tm_min == written.tm_min && fields.tm_sec == written.tm_sec;
+    return same ? std::optional<std::time_t>(time) : std::nullopt;
+}
+
+const CatalogueEntry* Repository::EntryFor(const std::string& modelKey, const std::string& kind) const {
+    for (const CatalogueEntry& entry : entries_)
+        if (entry.kind == kind &&
+            std::find(entry.uniqueNames.begin(), entry.uniqueNames.end(), modelKey) != entry.uniqueNames.end())
+            return &entry;
+    return nullptr;
 }
 
 bool Repository::Find(const std::string& modelKey, const std::string& kind, CManageRepositoryInfo* info) const {
-    for (const CatalogueEntry& entry : entries_) {
-        if (entry.kind != kind ||
-            std::find(entry.uniqueNames.begin(), entry.uniqueNames.end(), modelKey) == entry.uniqueNames.end())
-            continue;
-        info->uniqueName = modelKey;
-        info->moduleKind = kind;
-        info->version = entry.version;
-        info->archivePath = folder_ + "/" + entry.archive;
-        return true;
-    }
-    return false;
+    const CatalogueEntry* entry = EntryFor(modelKey, kind);
+    if (!entry) return false;
+    auto staged = staged_.find(entry->archive);
+    info->uniqueName = modelKey;
+    info->moduleKind = kind;
+    info->version = entry->version;
+    info->archivePath = staged != staged_.end() ? staged->second : folder_ + "/" + entry->archive;
+    return true;
 }
 
 }  // namespace qdmcli

@@ -43,6 +43,7 @@ CommandResult RunCheck(const Options& options) {
     if (!missing.empty()) result.exitCode = WorseExitCode(result.exitCode, kExitMissingComponent);
     result.document = {{"command", "check"},
                        {"missingComponents", missing},
+                       {"repositoryVerified", RepositoryVerifiedJson(repository)},
                        {"ports", ports},
                        {"exitCode", result.exitCode}};
     return result;

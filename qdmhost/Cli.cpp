@@ -19,10 +19,11 @@ namespace {
 
 using Command = std::function<CommandResult(const Options&)>;
 
-void PrintError(bool json, int code, const std::string& message) {
+void PrintError(bool json, int code, const std::string& message, const std::string& reason = "") {
     if (json) {
         nlohmann::json error = {{"error", {{"exitCode", code}, {"name", DescribeExitCode(code).name}, {"message", message}}},
                                 {"exitCode", code}};
+        if (!reason.empty()) error["error"]["reason"] = reason;
         std::cout << error.dump(2) << std::endl;
     } else {
         std::fprintf(stderr, "qdmhost: error: %s\n", message.c_str());
@@ -47,6 +48,25 @@ void AddCommonOptions(CLI::App& app, Options& options) {
     app.add_flag("--json", options.json, "print only JSON on standard output (errors too)");
     app.add_option("--wait", options.waitSeconds, "seconds to wait for another update's lock")
         ->check(CLI::Range(0, 86400));
+    app.add_flag("--allow-unsigned", options.allowUnsigned,
+                 "accept a repository without a valid signature (labs only; loudly warned, recorded)");
+}
+
+// trust add FILE.pub | trust list | trust remove KEYID: the action is noted
+// when its subcommand is parsed.
+CLI::App* AddTrustCommand(CLI::App& app, Options& options) {
+    CLI::App* trust = app.add_subcommand("trust", "manage the keys that repositories must be signed with");
+    trust->require_subcommand(1);
+    CLI::App* add = trust->add_subcommand("add", "trust the minisign public key in FILE");
+    add->add_option("file", options.trustArgument, "minisign public key file (.pub)")->required();
+    CLI::App* list = trust->add_subcommand("list", "show the trusted keys");
+    CLI::App* remove = trust->add_subcommand("remove", "stop trusting a key");
+    remove->add_option("keyid", options.trustArgument, "key id, as trust list shows it")->required();
+    for (CLI::App* action : {add, list, remove}) {
+        action->fallthrough();
+        action->parse_complete_callback([&options, action] { options.trustAction = action->get_name(); });
+    }
+    return trust;
 }
 
 std::map<CLI::App*, Command> AddCommands(CLI::App& app, Options& options) {
@@ -60,6 +80,7 @@ std::map<CLI::App*, Command> AddCommands(CLI::App& app, Options& options) {
     commands[report] = RunReport;
     commands[app.add_subcommand("check", "check for missing components and the utility configuration")] = RunCheck;
     commands[app.add_subcommand("history", "show the results of past updates")] = RunHistory;
+    commands[AddTrustCommand(app, options)] = RunTrust;
     for (auto& entry : commands) entry.first->fallthrough();
     return commands;
 }
@@ -72,7 +93,7 @@ int RunCommand(const Command& command, const Options& options) {
         std::cout << (options.json ? result.document.dump(2) + "\n" : RenderText(result.document)) << std::flush;
         code = result.exitCode;
     } catch (const HostError& error) {
-        PrintError(options.json, error.code(), error.what());
+        PrintError(options.json, error.code(), error.what(), error.reason());
         code = error.code();
     } catch (const std::exception& error) {
         PrintError(options.json, kExitInternal, std::string("unexpected failure: ") + error.what());

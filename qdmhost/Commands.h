@@ -21,6 +21,7 @@ CommandResult RunUpdate(const Options& options);
 CommandResult RunReport(const Options& options);
 CommandResult RunCheck(const Options& options);
 CommandResult RunHistory(const Options& options);
+CommandResult RunTrust(const Options& options);
 
 // The readable table of a command's document.
 std::string RenderText(const nlohmann::json& document);

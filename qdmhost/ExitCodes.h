@@ -16,7 +16,8 @@ enum ExitCode {
     kExitProvider = 7,          // the provider library is missing or unusable
     kExitRepository = 8,        // the repository is missing, empty or broken
     kExitNoDevice = 9,          // no supported adapter, or --port matched nothing
-    kExitMissingComponent = 10  // a component the update needs is not installed
+    kExitMissingComponent = 10,  // a component the update needs is not installed
+    kExitUntrusted = 11          // the repository is not trusted: signature, key, checksum, rollback or expiry
 };
 
 struct ExitCodeInfo {

@@ -56,6 +56,7 @@ CommandResult RunInventory(const Options& options) {
     CommandResult result;
     result.document = {{"command", "inventory"},
                        {"repository", repository.empty() ? nlohmann::json(nullptr) : nlohmann::json(repository.folder())},
+                       {"repositoryVerified", RepositoryVerifiedJson(repository)},
                        {"ports", portList},
                        {"exitCode", kExitOk}};
     return result;

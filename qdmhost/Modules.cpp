@@ -32,6 +32,7 @@ ModuleReading ReadModule(const Port& port, const std::string& kind, const Reposi
     reading.kind = kind;
     reading.module = port.vendor->FindModule(kind);
     reading.hasPackage = repository.Find(port.vendor->GetModelKey(), kind, &reading.package);
+    reading.repositoryVerified = repository.trust().verified;
     if (!reading.module) {
         reading.status = kStatusNotInstalled;
         return reading;
@@ -44,17 +45,24 @@ ModuleReading ReadModule(const Port& port, const std::string& kind, const Reposi
     return reading;
 }
 
+nlohmann::json RepositoryVerifiedJson(const Repository& repository) {
+    return repository.empty() ? nlohmann::json(nullptr) : nlohmann::json(repository.trust().verified);
+}
+
 nlohmann::json ModuleJson(const ModuleReading& reading) {
     nlohmann::json module = {{"kind", reading.kind}, {"status", reading.status}};
     module["operating"] = reading.module ? nlohmann::json(reading.operating) : nlohmann::json(nullptr);
     module["repository"] = reading.hasPackage ? nlohmann::json(reading.package.version) : nlohmann::json(nullptr);
+    // Marks only what is doubtful, as the table does.
+    if (reading.hasPackage && !reading.repositoryVerified) module["repositoryVerified"] = false;
     return module;
 }
 
 Repository OptionalRepository(const Options& options) {
     struct stat info;
     if (options.repository.empty() && ::stat(options.RepositoryFolder().c_str(), &info) != 0) return Repository();
-    return Repository::Load(options.RepositoryFolder());
+    return Repository::Load(options.RepositoryFolder(),
+                            TrustPolicy{options.HostFolder(), options.allowUnsigned, false});
 }
 
 }  // namespace qdmcli

@@ -35,6 +35,7 @@ struct ModuleReading {
     std::string operating;
     bool hasPackage = false;
     CManageRepositoryInfo package;
+    bool repositoryVerified = false;  // the package's catalogue passed the trust checks
     std::string status;
 };
 
@@ -42,9 +43,12 @@ struct ModuleReading {
 // compares it with the repository's package for the port, if any.
 ModuleReading ReadModule(const Port& port, const std::string& kind, const Repository& repository);
 nlohmann::json ModuleJson(const ModuleReading& reading);
+// Whether the repository passed the trust checks; null without a repository.
+nlohmann::json RepositoryVerifiedJson(const Repository& repository);
 
 // Loads the repository for a command that can do without one: a missing
 // default repository is no repository, an explicitly named one must load.
+// One that is not trusted is loaded with a warning, its versions unverified.
 Repository OptionalRepository(const Options& options);
 
 }  // namespace qdmcli

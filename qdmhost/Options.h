@@ -15,6 +15,9 @@ struct Options {
     int traceLevel = -1;                 // -1 keeps the host's default mask
     bool json = false;
     bool dryRun = false;
+    bool allowUnsigned = false;          // a lab's unsigned repository, with a loud warning
+    std::string trustAction;             // trust: add, list or remove
+    std::string trustArgument;           // trust add: key file; trust remove: key id
     int waitSeconds = 0;
     std::string outFolder;               // report
 

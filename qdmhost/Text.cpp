@@ -42,6 +42,12 @@ const char* KindLabel(const std::string& kind) {
     return "utility";
 }
 
+// The repository version, marked when its catalogue failed the trust checks.
+std::string RepositoryVersion(const Json& module) {
+    bool unverified = module.value("repositoryVerified", Json()) == Json(false);
+    return Text(module["repository"]) + (unverified ? " (unverified)" : "");
+}
+
 std::string RenderInventory(const Json& document) {
     std::ostringstream out;
     for (const Json& port : document["ports"]) {
@@ -50,7 +56,7 @@ std::string RenderInventory(const Json& document) {
             << "  WWPN " << Text(port["wwpn"]) << "  bus/dev/func " << Text(port["busDevFunc"]) << "\n";
         std::vector<Row> rows = {{"", "MODULE", "OPERATING", "REPOSITORY", "STATUS"}};
         for (const Json& module : port["modules"]) {
-            rows.push_back({"", KindLabel(module["kind"]), Text(module["operating"]), Text(module["repository"]),
+            rows.push_back({"", KindLabel(module["kind"]), Text(module["operating"]), RepositoryVersion(module),
                             module["status"]});
             if (module["kind"] == "firm") rows.push_back({"", "boot BIOS", Text(port["bootBios"]), "", ""});
         }
@@ -85,9 +91,18 @@ std::string RenderCheck(const Json& document) {
     return out.str() + Table(rows);
 }
 
+// The key and catalogue serial an update came from: "482665D5CC7C0CE8 #3".
+std::string Provenance(const Json& entry) {
+    if (entry.contains("unsigned") && entry["unsigned"] == true) return "unsigned";
+    Json keyId = entry.value("keyId", Json());
+    Json serial = entry.value("catalogueSerial", Json());
+    if (!keyId.is_string()) return "-";
+    return keyId.get<std::string>() + (serial.is_number_unsigned() ? " #" + serial.dump() : "");
+}
+
 std::string RenderHistory(const Json& document) {
     if (document["entries"].empty()) return "No update recorded.\n";
-    std::vector<Row> rows = {{"TIME", "PORT", "MODULE", "FROM", "TO", "OUTCOME", "MESSAGES"}};
+    std::vector<Row> rows = {{"TIME", "PORT", "MODULE", "FROM", "TO", "OUTCOME", "MESSAGES", "CATALOGUE"}};
     for (const Json& entry : document["entries"]) {
         std::string ids;
         for (const Json& message : entry.value("messages", Json::array()))
@@ -95,8 +110,18 @@ std::string RenderHistory(const Json& document) {
                 ids += (ids.empty() ? "" : ",") + message["id"].get<std::string>();
         rows.push_back({Text(entry.value("time", Json())), Text(entry.value("deviceId", Json())).substr(0, 12),
                         KindLabel(entry.value("kind", "")), Text(entry.value("from", Json())),
-                        Text(entry.value("to", Json())), Text(entry.value("outcome", Json())), ids.empty() ? "-" : ids});
+                        Text(entry.value("to", Json())), Text(entry.value("outcome", Json())), ids.empty() ? "-" : ids,
+                        Provenance(entry)});
     }
+    return Table(rows);
+}
+
+std::string RenderTrust(const Json& document) {
+    if (document["action"] == "add") return "Trusted key " + document["keyId"].get<std::string>() + " added\n";
+    if (document["action"] == "remove") return "Trusted key " + document["keyId"].get<std::string>() + " removed\n";
+    if (document["keys"].empty()) return "No trusted key.\n";
+    std::vector<Row> rows = {{"KEY ID", "COMMENT"}};
+    for (const Json& key : document["keys"]) rows.push_back({key["keyId"], Text(key["comment"])});
     return Table(rows);
 }
 
@@ -108,6 +133,7 @@ std::string RenderText(const Json& document) {
     if (command == "update") return RenderUpdate(document);
     if (command == "check") return RenderCheck(document);
     if (command == "history") return RenderHistory(document);
+    if (command == "trust") return RenderTrust(document);
     if (command == "report")
         return "Configuration report of " + document["ports"].dump() + " port(s) written to " +
                document["file"].get<std::string>() + "\n";

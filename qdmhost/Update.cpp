@@ -1,11 +1,14 @@
 #include <chrono>
 #include <functional>
+#include <set>
 
 #include "Commands.h"
 #include "Console.h"
 #include "HostError.h"
 #include "History.h"
 #include "Modules.h"
+#include "Staging.h"
+#include "Trust.h"
 #include "UpdateLock.h"
 
 namespace qdmcli {
@@ -131,20 +134,56 @@ nlohmann::json UpdatePortModule(const Port& port, const std::string& kind, const
     return result;
 }
 
-void RecordHistory(const Options& options, nlohmann::json result) {
+// Which key vouched for the update and which catalogue it came from.
+nlohmann::json Provenance(const RepositoryTrust& trust) {
+    nlohmann::json provenance = {
+        {"keyId", trust.keyId.empty() ? nlohmann::json(nullptr) : nlohmann::json(trust.keyId)},
+        {"catalogueSerial", trust.serial ? nlohmann::json(*trust.serial) : nlohmann::json(nullptr)}};
+    if (trust.unsignedAccepted) provenance["unsigned"] = true;
+    return provenance;
+}
+
+void RecordHistory(const Options& options, nlohmann::json result, const RepositoryTrust& trust) {
     result.erase("seconds");
     result["time"] = UtcTimestamp();
+    result.update(Provenance(trust));
     AppendHistory(options.HostFolder(), result);
+}
+
+// Every archive the selected ports could be updated from is staged and
+// checked before the first module runs, so a mismatch refuses the whole
+// update with nothing done.
+void StageArchives(const std::vector<Port>& ports, Repository& repository, StagingArea& staging) {
+    std::set<const CatalogueEntry*> entries;
+    for (const Port& port : ports)
+        for (const std::string& kind : UpdateOrder(port.vendor))
+            if (const CatalogueEntry* entry = repository.EntryFor(port.vendor->GetModelKey(), kind))
+                entries.insert(entry);
+    for (const CatalogueEntry* entry : entries)
+        repository.UseStagedCopy(entry->archive, staging.Stage(repository.folder(), *entry));
+}
+
+// Checked again under the lock: another run may have accepted a newer catalogue since loading.
+void AcceptSerial(const Options& options, const Repository& repository) {
+    const RepositoryTrust& trust = repository.trust();
+    if (trust.keyId.empty() || !trust.serial) return;
+    AcceptedSerials serials(options.HostFolder());
+    serials.CheckNotRolledBack(repository.folder() + "/" + kCatalogueFile, trust.keyId, trust.realPath, *trust.serial);
+    serials.Accept(trust.keyId, trust.realPath, *trust.serial);
 }
 
 }  // namespace
 
 CommandResult RunUpdate(const Options& options) {
     UseInstallRoot(options);
-    Repository repository = Repository::Load(options.RepositoryFolder());
+    Repository repository =
+        Repository::Load(options.RepositoryFolder(), TrustPolicy{options.HostFolder(), options.allowUnsigned, true});
     if (repository.empty()) throw HostError(kExitRepository, "the repository holds no update package");
     UpdateLock lock(options.root, options.waitSeconds);
     Session session(options);
+    StagingArea staging(options.root);
+    StageArchives(session.ports(), repository, staging);
+    if (!options.dryRun) AcceptSerial(options, repository);
     CommandResult result;
     nlohmann::json results = nlohmann::json::array();
     for (const Port& port : session.ports()) {
@@ -153,14 +192,16 @@ CommandResult RunUpdate(const Options& options) {
             std::string outcome = moduleResult["outcome"];
             result.exitCode = WorseExitCode(result.exitCode, ExitCodeOf(outcome));
             if (!options.dryRun && (outcome == kUpdated || ExitCodeOf(outcome) != kExitOk))
-                RecordHistory(options, moduleResult);
+                RecordHistory(options, moduleResult, repository.trust());
             results.push_back(std::move(moduleResult));
         }
     }
     result.document = {{"command", "update"},
                        {"dryRun", options.dryRun},
+                       {"repositoryVerified", RepositoryVerifiedJson(repository)},
                        {"results", results},
                        {"exitCode", result.exitCode}};
+    result.document.update(Provenance(repository.trust()));
     return result;
 }
 

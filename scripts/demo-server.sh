@@ -19,8 +19,12 @@ demo_install_server() {
     cp qdmhost/devices.json "$demo_root/qdmhost/"
 }
 
+# Shows a command line, then runs it.
+demo_run() { printf '$ %s\n' "$*"; "$@"; }
+
 # Builds the update repository in REPO: new firmware for the 8G single-port
-# and 16G adapters, a new driver and utility.
+# and 16G adapters, a new driver and utility, and the catalogue with each
+# archive's size and SHA-256 (serial 1, expiring in thirty days).
 #   demo_build_repository QDMSIM REPO
 demo_build_repository() {
     local qdmsim=$1 repo=$2
@@ -38,4 +42,22 @@ demo_build_repository() {
   {"uniqueNames": [$all], "kind": "util", "version": "11.4.204.8", "archive": "ocm.zip"}
 ]}
 JSON
+    "$qdmsim" build-catalogue --repo "$repo" --serial 1
+}
+
+# The publisher's key pair in KEYS (minisign.pub, minisign.key; -W: without
+# a password, for the demo only), trusted by the demo install root.
+#   demo_publisher_key QDMHOST KEYS
+demo_publisher_key() {
+    local qdmhost=$1 keys=$2
+    mkdir -p "$keys"
+    demo_run minisign -G -W -p "$keys/minisign.pub" -s "$keys/minisign.key" </dev/null
+    demo_run "$qdmhost" trust add "$keys/minisign.pub"
+}
+
+# Signs REPO's catalogue with the key in KEYS: catalogue.json.minisig.
+#   demo_sign_repository KEYS REPO
+demo_sign_repository() {
+    local keys=$1 repo=$2
+    demo_run minisign -S -s "$keys/minisign.key" -m "$repo/catalogue.json" </dev/null
 }

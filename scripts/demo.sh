@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # One-command demo: builds everything, then inside the sandbox installs the
 # adapter simulator as a demo server (three Emulex FC adapters, five ports),
-# builds an update repository and runs qdmhost against it in real time:
-# inventory, update, inventory again, configuration report.
+# builds an update repository, signs it with a fresh publisher key that the
+# server trusts, shows a tampered copy refused and runs qdmhost against the
+# good one in real time: inventory, update, inventory again, configuration
+# report.
 #   scripts/demo.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -22,7 +24,14 @@ work=$(mktemp -d /tmp/qdmdemo.XXXXXX)
 trap 'rm -rf "$work"' EXIT
 
 heading() { printf '\n\033[1m==== %s ====\033[0m\n\n' "$*"; }
-run() { printf '$ %s\n' "$*"; "$@"; }
+run() { demo_run "$@"; }
+# Runs a command that is expected to fail and shows its exit code.
+run_refused() {
+    set +e
+    demo_run "$@"
+    echo "exit code: $?"
+    set -e
+}
 
 heading "1. A simulated server: three Emulex FC adapters (8G single-port, 8G dual-port, 16G dual-port)"
 demo_install_server "$qdmsim" "$work"
@@ -33,26 +42,39 @@ repo=$work/repository
 demo_build_repository "$qdmsim" "$repo"
 run cat "$repo/catalogue.json"
 
-heading "3. Inventory: what is installed, what the repository offers"
+heading "3. The publisher's key: the server trusts it, the publisher signs the catalogue"
+demo_publisher_key "$qdmhost" "$work/keys"
+run "$qdmhost" trust list
+demo_sign_repository "$work/keys" "$repo"
+run cat "$repo/catalogue.json.minisig"
+
+heading "4. A tampered copy: the 16G firmware archive swapped for another one; refused, nothing runs"
+tampered=$work/tampered
+cp -r "$repo" "$tampered"
+"$qdmsim" build-firmware --out "$tampered/fw-16g.zip" --name fcelx_16g --firmware 11.4.999.1
+run_refused "$qdmhost" --repo "$tampered" update
+run_refused "$qdmhost" --json --repo "$tampered" update --dry-run
+
+heading "5. Inventory: what is installed, what the signed repository offers"
 run "$qdmhost" --repo "$repo" inventory
 
-heading "4. Update plan (dry run)"
+heading "6. Update plan (dry run)"
 run "$qdmhost" --repo "$repo" update --dry-run
 
-heading "5. Update (real time: the utility's result polls wait 30 s each, as on a real server)"
+heading "7. Update (real time: the utility's result polls wait 30 s each, as on a real server)"
 set +e
 "$qdmhost" --repo "$repo" update
 status=$?
 set -e
 echo "qdmhost update exit code: $status"
 
-heading "6. Inventory again: everything current"
+heading "8. Inventory again: everything current"
 run "$qdmhost" --repo "$repo" inventory
 
-heading "7. Update history"
+heading "9. Update history: which key and catalogue serial each update came from"
 run "$qdmhost" history
 
-heading "8. Device configuration report"
+heading "10. Device configuration report"
 run "$qdmhost" report --out "$work/report"
 run cat "$work/report/Emulex_FcConfigInfo.xml"
 exit "$status"

@@ -38,6 +38,8 @@ rm -f "$logs"/*
 demo_install_server "$qdmsim" "$work" >/dev/null
 repo=$work/repository
 demo_build_repository "$qdmsim" "$repo" >/dev/null
+demo_publisher_key "$qdmhost" "$work/keys" >/dev/null
+demo_sign_repository "$work/keys" "$repo" >/dev/null
 
 # shellcheck disable=SC2054  # the commas separate valgrind's leak kinds
 valgrind_options=(

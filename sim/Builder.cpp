@@ -1,10 +1,14 @@
-// The update-module builder: zip archives of firmware images, driver
-// packages and utility scripts that the simulated tools understand.
+// The repository builder: zip archives of firmware images, driver packages
+// and utility scripts that the simulated tools understand, and the catalogue
+// that lists them with their sizes and hashes.
 #include <archive.h>
 #include <archive_entry.h>
+#include <sodium.h>
 
 #include <cctype>
 #include <ctime>
+#include <fstream>
+#include <iterator>
 #include <memory>
 
 #include "Sim.h"
@@ -159,6 +163,64 @@ int BuildUtility(const Options& options) {
     return 0;
 }
 
+// ---- catalogue -------------------------------------------------------------------
+
+struct FileDigest {
+    std::string sha256;  // lower-case hex
+    std::uint64_t size;
+};
+
+FileDigest DigestOf(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw SimError("cannot read " + path);
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    unsigned char hash[crypto_hash_sha256_BYTES];
+    ::crypto_hash_sha256(hash, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
+    char hex[sizeof hash * 2 + 1];
+    ::sodium_bin2hex(hex, sizeof hex, hash, sizeof hash);
+    return {hex, bytes.size()};
+}
+
+std::string UtcTimeInDays(int days) {
+    std::time_t when = std::time(nullptr) + static_cast<std::time_t>(days) * 86400;
+    struct tm utc;
+    ::gmtime_r(&when, &utc);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text;
+}
+
+json ReadDraft(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    json draft = json::parse(std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()),
+                             nullptr, false);
+    if (!in || !draft.is_object() || !draft.contains("packages") || !draft["packages"].is_array())
+        throw SimError(path + ": expected a JSON object with a \"packages\" list");
+    return draft;
+}
+
+// The draft's packages with the sha256 and size of each archive of the
+// folder; serial and expiry from the options, else the draft's, else 1 and
+// thirty days from now.
+int BuildCatalogue(const Options& options) {
+    const std::string repo = options.Get("--repo");
+    const std::string out = repo + "/catalogue.json";
+    json catalogue = ReadDraft(options.Get("--from", out));
+    for (json& package : catalogue["packages"]) {
+        if (!package.is_object() || !package.contains("archive") || !package["archive"].is_string())
+            throw SimError("every package needs an \"archive\" name");
+        FileDigest digest = DigestOf(repo + "/" + package["archive"].get<std::string>());
+        package["sha256"] = digest.sha256;
+        package["size"] = digest.size;
+    }
+    if (options.Has("--serial") || !catalogue.contains("serial"))
+        catalogue["serial"] = std::stoull(options.Get("--serial", "1"));
+    if (options.Has("--expires") || !catalogue.contains("expires"))
+        catalogue["expires"] = options.Get("--expires", UtcTimeInDays(30));
+    WriteTextFile(out, catalogue.dump(2) + "\n");
+    return 0;
+}
+
 void RequireOption(const Options& options, const std::string& name) {
     if (options.Get(name).empty()) throw SimError("missing " + name);
 }
@@ -178,6 +240,13 @@ void RequireImageKind(const Options& options, const std::string& name) {
 }  // namespace
 
 int RunBuilder(const std::string& command, const Args& args) {
+    if (command == "build-catalogue") {
+        Options options = ParseOptions(args, {"--repo", "--from", "--serial", "--expires"}, {});
+        RequireOption(options, "--repo");
+        for (char c : options.Get("--serial", "1"))
+            if (!std::isdigit(static_cast<unsigned char>(c))) throw SimError("--serial takes a whole number");
+        return BuildCatalogue(options);
+    }
     if (command == "build-firmware") {
         Options options = ParseOptions(args, {"--out", "--name", "--firmware", "--bootbios",
                                               "--duplicate", "--missing"},

@@ -11,6 +11,7 @@ namespace {
 const char* const kUsage =
     "usage: qdmsim hbacmd|lspci|rpm|depmod ARGS...\n"
     "       qdmsim build-firmware|build-driver|build-utility OPTIONS\n"
+    "       qdmsim build-catalogue --repo DIR [--from FILE] [--serial N] [--expires TIME]\n"
     "       qdmsim install --state FILE [--bin DIR] [--no-utility] [--config VARIANT]\n"
     "       qdmsim state get|set|unset ..., qdmsim fault VERB MODE [--times N]\n"
     "       qdmsim calls [VERB|--reset], qdmsim utility install VERSION|uninstall\n"
@@ -37,7 +38,8 @@ int Dispatch(const std::string& program, qdmsim::Args args) {
     const std::string command = args[0];
     args.erase(args.begin());
     if (IsTool(command)) return RunTool(command, args);
-    if (command == "build-firmware" || command == "build-driver" || command == "build-utility")
+    if (command == "build-firmware" || command == "build-driver" || command == "build-utility" ||
+        command == "build-catalogue")
         return qdmsim::RunBuilder(command, args);
     if (command == "install") return qdmsim::RunInstall(args);
     if (command == "utility") return qdmsim::RunUtility(args);

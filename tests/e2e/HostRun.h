@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "Publisher.h"
 #include "Sim.h"
 #include "TestEnv.h"
 
@@ -74,8 +75,9 @@ inline std::map<std::string, std::string> Outcomes(const json& update, const std
     return outcomes;
 }
 
-// A fresh standard root with the supported-device lists and table, and the
-// demo server installed (a copy of its state: tools write to it).
+// A fresh standard root with the supported-device lists and table, a
+// publisher key that it trusts, and the demo server installed (a copy of its
+// state: tools write to it).
 class E2eTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -91,6 +93,8 @@ protected:
         std::filesystem::create_directories(folder_ + "/out");  // the runs' outputs
         std::filesystem::create_directories(repo_);
         ASSERT_FALSE(qdmtest::InstallSimulator(folder_, qdmtest::DemoState()).empty());
+        publisher_ = qdmtest::MakePublisherKey(folder_ + "/publisher");
+        ASSERT_EQ(Run({"trust", "add", publisher_.publicKey}).exitCode, 0);
     }
 
     void TearDown() override {
@@ -141,6 +145,7 @@ protected:
     // size and change time (a writer cannot set it back), links by target.
     std::map<std::string, std::string> SnapshotOutsideWorkArea() const {
         std::vector<std::string> excluded = {kRoot + "/tmp", kRoot + "/log", kRoot + "/qdmhost/history.jsonl",
+                                             kRoot + "/qdmhost/accepted-serials.json",
                                              folder_ + "/out", StatePath(), StatePath() + ".lock",
                                              StatePath() + ".calls"};
         excluded.insert(excluded.end(), alsoWritten_.begin(), alsoWritten_.end());
@@ -197,10 +202,21 @@ protected:
             {{"uniqueNames", all}, {"kind", "driver"}, {"version", "11.4.204.8"}, {"archive", "lpfc.zip"}},
             {{"uniqueNames", all}, {"kind", "util"}, {"version", "11.4.204.8"}, {"archive", "ocm.zip"}}};
         qdmtest::WriteFile(repo_ + "/catalogue.json", json({{"packages", packages}}).dump(2));
+        PublishCatalogue();
+    }
+
+    // As a publisher does: the sizes and hashes of the archives into the
+    // catalogue as written, its serial and expiry (`options`, else the
+    // catalogue's, else 1 and thirty days on), then minisign's signature with
+    // the key the root trusts.
+    void PublishCatalogue(const std::vector<std::string>& options = {}) const {
+        ASSERT_TRUE(qdmtest::BuildCatalogue(repo_, options));
+        ASSERT_TRUE(qdmtest::SignFile(publisher_, repo_ + "/catalogue.json"));
     }
 
     std::string folder_;
     std::string repo_;
+    qdmtest::PublisherKey publisher_;
     std::vector<std::string> alsoWritten_;
     std::map<std::string, std::string> baseline_;
 };

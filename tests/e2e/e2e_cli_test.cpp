@@ -18,7 +18,15 @@ namespace {
 using nlohmann::json;
 
 const json kGoodEntry = {{"uniqueNames", {"fcelx_16g", "fcelx_8g2p_10df_f100_10df_f100"}},
-                         {"kind", "firm"}, {"version", "11.4.204.8"}, {"archive", "fw-16g.zip"}};
+                         {"kind", "firm"}, {"version", "11.4.204.8"}, {"archive", "fw-16g.zip"},
+                         {"sha256", std::string(64, 'a')}, {"size", 3}};
+
+std::string CatalogueText(const std::vector<json>& packages, const json& serial = 1,
+                          const json& expires = "2099-01-01T00:00:00Z") {
+    return json{{"serial", serial}, {"expires", expires}, {"packages", packages}}.dump();
+}
+
+qdmcli::Catalogue Parse(const std::string& text) { return qdmcli::ParseCatalogue(text); }
 
 // The exit code a parser throws, 0 when it accepts the text.
 template <class Parse>
@@ -32,7 +40,7 @@ int ErrorCode(Parse parse, const std::string& text) {
 }
 
 TEST(Catalogue, EntriesAreCheckedAndFoundByModelKeyAndKind) {
-    qdmcli::Repository repository("/srv/repo", qdmcli::ParseCatalogue(json{{"packages", {kGoodEntry}}}.dump()));
+    qdmcli::Repository repository("/srv/repo", Parse(CatalogueText({kGoodEntry})).packages);
     CManageRepositoryInfo info;
     ASSERT_TRUE(repository.Find("fcelx_8g2p_10df_f100_10df_f100", "firm", &info));
     EXPECT_EQ(info.uniqueName + " " + info.moduleKind + " " + info.version + " " + info.archivePath,
@@ -43,29 +51,39 @@ TEST(Catalogue, EntriesAreCheckedAndFoundByModelKeyAndKind) {
         {"archive", "../etc/passwd"},     {"archive", "sub/fw.zip"},      {"archive", "-rf.zip"},  // option-like
         {"archive", ""},                  {"version", "1.0 && reboot"},   {"version", "`id`"},     // not alnum first
         {"version", 11},                  {"kind", "bios"},               {"uniqueNames", json::array()},
-        {"uniqueNames", {"fcelx_16g;x"}},
+        {"uniqueNames", {"fcelx_16g;x"}}, {"sha256", std::string(64, 'A')}, {"sha256", "abc"},  // upper-case, short
+        {"size", -1},                     {"size", "3"},
     };
     for (const auto& row : rows) {
         json entry = kGoodEntry;
         entry[row.first] = row.second;
-        EXPECT_EQ(ErrorCode(qdmcli::ParseCatalogue, json{{"packages", {entry}}}.dump()), qdmcli::kExitRepository)
-            << row.first << " = " << row.second;
+        EXPECT_EQ(ErrorCode(Parse, CatalogueText({entry})), qdmcli::kExitRepository) << row.first << " = " << row.second;
     }
-    // Not JSON, no list, an entry not an object, two firmware packages for one key (an arbitrary choice).
-    for (const std::string& text : {std::string("{\"packages\": ["), json::array().dump(), json{{"packages", {42}}}.dump(),
-                                   json{{"packages", {kGoodEntry, kGoodEntry}}}.dump()})
-        EXPECT_EQ(ErrorCode(qdmcli::ParseCatalogue, text), qdmcli::kExitRepository) << text;
+    // Not JSON, no list, an entry not an object, two firmware packages for one key (an arbitrary choice), serial
+    // 0, no expiry, 30 February.
+    for (const std::string& text : {std::string("{\"packages\": ["), json::array().dump(), CatalogueText({42}),
+                                   CatalogueText({kGoodEntry, kGoodEntry}), CatalogueText({kGoodEntry}, 0),
+                                   CatalogueText({kGoodEntry}, 1, nullptr), CatalogueText({kGoodEntry}, 1, "2099-02-30T00:00:00Z")})
+        EXPECT_EQ(ErrorCode(Parse, text), qdmcli::kExitRepository) << text;
+    // A lab's unsigned catalogue may leave out serial, expiry, hashes and sizes.
+    json bare = kGoodEntry;
+    bare.erase("sha256");
+    bare.erase("size");
+    EXPECT_EQ(qdmcli::ParseCatalogue(json{{"packages", {bare}}}.dump(), false).packages.size(), 1u);
 }
 
 TEST(Catalogue, ArchivesMustBeRegularFilesOfTheFolder) {
     const std::string folder = qdmtest::MakeTempDir("catalogue");
-    qdmtest::WriteFile(folder + "/catalogue.json", json{{"packages", {kGoodEntry}}}.dump());
-    EXPECT_THROW(qdmcli::Repository::Load(folder), qdmcli::HostError);  // archive missing
+    const qdmcli::TrustPolicy unsignedLab{folder, true, true};
+    qdmtest::WriteFile(folder + "/catalogue.json", CatalogueText({kGoodEntry}));
+    EXPECT_EQ(ErrorCode([&](const std::string& repo) { qdmcli::Repository::Load(repo, unsignedLab); }, folder),
+              qdmcli::kExitRepository);  // archive missing
     ASSERT_EQ(::symlink("/etc/hostname", (folder + "/fw-16g.zip").c_str()), 0);
-    EXPECT_THROW(qdmcli::Repository::Load(folder), qdmcli::HostError);  // a link may lead anywhere
+    EXPECT_EQ(ErrorCode([&](const std::string& repo) { qdmcli::Repository::Load(repo, unsignedLab); }, folder),
+              qdmcli::kExitUntrusted);  // a link may lead anywhere
     ::unlink((folder + "/fw-16g.zip").c_str());
     qdmtest::WriteFile(folder + "/fw-16g.zip", "zip");
-    EXPECT_FALSE(qdmcli::Repository::Load(folder).empty());
+    EXPECT_FALSE(qdmcli::Repository::Load(folder, unsignedLab).empty());
     qdmtest::RemoveTree(folder);
 }
 
@@ -103,7 +121,7 @@ TEST(ExitCodes, DistinctDocumentedAndTheWorseOutcomeWins) {
         EXPECT_TRUE(codes.insert(info.code).second && names.insert(info.name).second) << info.name;
         EXPECT_NE(ExitCodeHelp().find(info.meaning), std::string::npos) << info.name;
     }
-    EXPECT_EQ(codes.size(), 11u);
+    EXPECT_EQ(codes.size(), 12u);
     EXPECT_STREQ(DescribeExitCode(99).name, "internal-error");
     const int rows[][3] = {{kExitOk, kExitRefused, kExitRefused},
                            {kExitRefused, kExitApplyCheck, kExitApplyCheck},

@@ -75,8 +75,10 @@ TEST_F(E2eTest, ErrorExitCodes) {
         {{"--provider", "/nonexistent/libqdmp_EMULEX_FC.so", "inventory"}, "", "", 7, "provider-missing",
          "provider library not found"},
         {{"--repo", "/nonexistent", "update"}, "", "", 8, "bad-repository", "cannot read"},
-        {{"--repo", repo_, "update"}, catalogue, "{\"packages\": []}", 8, "bad-repository", "holds no update package"},
-        {{"--repo", repo_, "update"}, catalogue, "{\"packages\": [", 8, "bad-repository", "not valid JSON"},
+        {{"--allow-unsigned", "--repo", repo_, "update"}, catalogue, "{\"packages\": []}", 8, "bad-repository",
+         "holds no update package"},
+        {{"--allow-unsigned", "--repo", repo_, "update"}, catalogue, "{\"packages\": [", 8, "bad-repository",
+         "not valid JSON"},
         {{"--port", "9/9/9", "check"}, "", "", 9, "no-device", "no port matches --port 9/9/9"},
         {{"inventory"}, table, nullptr, 9, "no-device", "supported-device table"},
     };
@@ -158,6 +160,7 @@ TEST_F(E2eTest, PackageVersionNotInstalledIsApplyCheckMismatch) {
     json catalogue = json::parse(qdmtest::ReadFile(repo_ + "/catalogue.json"));
     catalogue["packages"][1]["version"] = "11.4.204.9";  // the 16G archive installs 11.4.204.8
     qdmtest::WriteFile(repo_ + "/catalogue.json", catalogue.dump());
+    PublishCatalogue();
     e2e::HostRun update = Host({"--json", "--port", "0000:05:00.0", "update"});
     EXPECT_EQ(Outcomes(Document(update, "update", 4), "firm")["0000:05:00.0"], "apply-check-mismatch");
     EXPECT_NE(update.err.find("MSGID_EMULEX_FC_0009_F"), std::string::npos) << update.err;

@@ -153,4 +153,10 @@ bool BuildUtilityModule(const std::string& out, const std::string& version,
     return Build("build-utility", args);
 }
 
+bool BuildCatalogue(const std::string& repo, const std::vector<std::string>& extra) {
+    std::vector<std::string> args = {"--repo", repo};
+    args.insert(args.end(), extra.begin(), extra.end());
+    return Build("build-catalogue", args);
+}
+
 }  // namespace qdmtest

@@ -49,5 +49,8 @@ bool BuildDriverModule(const std::string& out, const std::string& version,
                        const std::vector<std::string>& extra = {});
 bool BuildUtilityModule(const std::string& out, const std::string& version,
                         const std::vector<std::string>& extra = {});
+// Fills in the sizes and hashes of repo/catalogue.json's archives, its
+// serial and expiry (`extra`: --serial N, --expires TIME).
+bool BuildCatalogue(const std::string& repo, const std::vector<std::string>& extra = {});
 
 }  // namespace qdmtest

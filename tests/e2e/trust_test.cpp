@@ -1,0 +1,302 @@
+// A repository that can be trusted, end to end against the simulated demo
+// server: every attack on a signed repository is refused with exit 11, its
+// reason word and nothing changed; the staged copy of an archive is what is
+// used; keys and signatures of the real minisign verify; the parsers refuse
+// malformed keys and signatures.
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "Archive.h"
+#include "HostRun.h"
+#include "Minisign.h"
+
+namespace {
+
+using nlohmann::json;
+using qdmtest::ReadFile;
+using qdmtest::WriteFile;
+
+const std::vector<std::string> kGoodCatalogue = {"--serial", "2", "--expires", "2099-01-01T00:00:00Z"};
+
+// Public, so that the attack rows can tamper with the repository.
+class TrustTest : public e2e::E2eTest {
+public:
+    using E2eTest::folder_;
+    using E2eTest::Host;
+    using E2eTest::PublishCatalogue;
+    using E2eTest::publisher_;
+
+    void SetUp() override {
+        E2eTest::SetUp();
+        if (IsSkipped() || HasFatalFailure()) return;
+        BuildDemoRepository();
+        PublishCatalogue(kGoodCatalogue);
+    }
+
+    std::string Repo(const std::string& name) const { return repo_ + "/" + name; }
+    std::string KeyId() const {
+        return qdmcli::KeyIdText(qdmcli::ParseMinisignPublicKey(ReadFile(publisher_.publicKey)).keyId);
+    }
+
+    // The files an update changes that the baseline leaves out: the simulated
+    // server (adapters, driver, utility, rpm list), the history, the accepted serials.
+    std::map<std::string, std::string> WatchedFiles() const {
+        std::map<std::string, std::string> files;
+        for (const std::string& path : {StatePath(), e2e::kRoot + "/qdmhost/history.jsonl",
+                                        e2e::kRoot + "/qdmhost/accepted-serials.json"})
+            files[path] = qdmtest::Exists(path) ? ReadFile(path) : "";
+        return files;
+    }
+
+    static std::string StagingFolders() {
+        std::string found;
+        for (const auto& entry : std::filesystem::directory_iterator(e2e::kRoot + "/tmp"))
+            if (entry.path().filename().string().rfind("qdmhost-staging.", 0) == 0) found += entry.path().string();
+        return found;
+    }
+};
+
+void FlipByte(const std::string& path) {
+    std::string bytes = ReadFile(path);
+    bytes[bytes.size() / 2] ^= 1;
+    WriteFile(path, bytes);
+}
+
+struct Attack {
+    const char* name;
+    const char* reason;
+    void (*tamper)(TrustTest&);
+};
+
+const Attack kAttacks[] = {
+    // One byte of an archive changed.
+    {"ArchiveByteChanged", "archive-mismatch", [](TrustTest& t) { FlipByte(t.Repo("fw-16g.zip")); }},
+    // An archive swapped for another valid archive of the repository (a smaller one).
+    {"ArchiveSwapped", "archive-mismatch",
+     [](TrustTest& t) { WriteFile(t.Repo("fw-8g.zip"), ReadFile(t.Repo("fw-16g.zip"))); }},
+    // An archive longer than declared: refused while copying.
+    {"ArchiveLonger", "archive-too-large",
+     [](TrustTest& t) { WriteFile(t.Repo("lpfc.zip"), ReadFile(t.Repo("lpfc.zip")) + "trailer"); }},
+    // The catalogue edited after signing: a raised version.
+    {"CatalogueEdited", "bad-signature",
+     [](TrustTest& t) {
+         json catalogue = json::parse(ReadFile(t.Repo("catalogue.json")));
+         catalogue["packages"][1]["version"] = "11.4.204.9";
+         WriteFile(t.Repo("catalogue.json"), catalogue.dump(2));
+     }},
+    // The signature of another catalogue by the same key.
+    {"SignatureOfAnotherCatalogue", "bad-signature",
+     [](TrustTest& t) {
+         WriteFile(t.folder_ + "/other.json", "{\"packages\": []}");
+         ASSERT_TRUE(qdmtest::SignFile(t.publisher_, t.folder_ + "/other.json"));
+         WriteFile(t.Repo("catalogue.json.minisig"), ReadFile(t.folder_ + "/other.json.minisig"));
+     }},
+    // Signed with a key the server does not trust.
+    {"KeyNotTrusted", "unknown-key",
+     [](TrustTest& t) {
+         ASSERT_TRUE(qdmtest::SignFile(qdmtest::MakePublisherKey(t.folder_ + "/stranger"), t.Repo("catalogue.json")));
+     }},
+    // No signature at all.
+    {"NoSignature", "unsigned", [](TrustTest& t) { ::unlink(t.Repo("catalogue.json.minisig").c_str()); }},
+    // Something else where the signature should be.
+    {"SignatureGarbage", "malformed-signature",
+     [](TrustTest& t) { WriteFile(t.Repo("catalogue.json.minisig"), "untrusted comment: x\nnot base64\n"); }},
+    // A catalogue past 1 MiB: not even parsed.
+    {"CatalogueTooLarge", "too-large",
+     [](TrustTest& t) { WriteFile(t.Repo("catalogue.json"), ReadFile(t.Repo("catalogue.json")) + std::string(1 << 20, ' ')); }},
+    // An older serial after a newer one was accepted (by an update that changed nothing).
+    {"OlderSerial", "rollback",
+     [](TrustTest& t) {
+         const std::string full = ReadFile(t.Repo("catalogue.json"));
+         WriteFile(t.Repo("catalogue.json"), json({{"packages", {{{"uniqueNames", {"fcelx_8g2p_10df_f100_10df_f100"}},
+                                                                 {"kind", "firm"}, {"version", "2.02a5"},
+                                                                 {"archive", "fw-8g.zip"}}}}}).dump());
+         t.PublishCatalogue({"--serial", "5", "--expires", "2099-01-01T00:00:00Z"});
+         ASSERT_EQ(t.Host({"update"}).exitCode, 0);
+         WriteFile(t.Repo("catalogue.json"), full);
+         t.PublishCatalogue({"--serial", "4"});
+     }},
+    // A catalogue past its expiry (a frozen repository).
+    {"Expired", "expired",
+     [](TrustTest& t) { t.PublishCatalogue({"--serial", "2", "--expires", "2000-01-01T00:00:00Z"}); }},
+    // An archive replaced by a link, even to an identical copy.
+    {"ArchiveLink", "archive-not-regular",
+     [](TrustTest& t) {
+         std::filesystem::rename(t.Repo("fw-16g.zip"), t.folder_ + "/fw-16g.zip");
+         std::filesystem::create_symlink(t.folder_ + "/fw-16g.zip", t.Repo("fw-16g.zip"));
+     }},
+};
+
+// Test names carry the row's name, not its bytes.
+void PrintTo(const Attack& attack, std::ostream* out) { *out << attack.name; }
+
+class AttackTest : public TrustTest, public ::testing::WithParamInterface<Attack> {};
+
+TEST_P(AttackTest, RefusedWithNothingChanged) {
+    GetParam().tamper(*this);
+    ASSERT_FALSE(HasFatalFailure());
+    TakeBaseline();
+    const std::map<std::string, std::string> watched = WatchedFiles();
+    qdmtest::SimResetCalls();
+    e2e::HostRun run = Host({"--json", "update"});
+    EXPECT_EQ(run.exitCode, 11) << run.err;
+    json error = run.Json()["error"];
+    EXPECT_EQ(error["reason"], GetParam().reason) << run.out;
+    EXPECT_NE(error["message"].get<std::string>().find(repo_), std::string::npos) << run.out;
+    ExpectNothingWrittenOutsideWorkArea();
+    EXPECT_EQ(WatchedFiles(), watched);
+    ExpectNoProcessLeft();
+    // Nothing flashed, installed or run: depmod -a, the utility's scripts.
+    for (const char* verb : {"Download", "-Uhv", "-a", "install", "uninstall"})
+        EXPECT_EQ(qdmtest::SimCallCount(verb), 0u) << verb;
+    EXPECT_EQ(StagingFolders(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Attacks, AttackTest, ::testing::ValuesIn(kAttacks),
+                         [](const ::testing::TestParamInfo<Attack>& info) { return info.param.name; });
+
+TEST_F(TrustTest, SignedRepositoryUpdatesAndHistoryNamesKeyAndSerial) {
+    e2e::HostRun update = Host({"--json", "update"});
+    ASSERT_EQ(update.exitCode, 0) << update.err;
+    EXPECT_EQ(update.Json()["repositoryVerified"], true);
+    EXPECT_EQ(e2e::Outcomes(update.Json(), "firm")["0000:05:00.0"], "updated");
+    json history = Host({"--json", "history"}).Json()["entries"];
+    ASSERT_EQ(history.size(), 4u);
+    for (const json& entry : history)
+        EXPECT_EQ(entry["keyId"].dump() + entry["catalogueSerial"].dump() + entry.value("unsigned", "-"),
+                  "\"" + KeyId() + "\"2-");
+    EXPECT_EQ(json::parse(ReadFile(e2e::kRoot + "/qdmhost/accepted-serials.json"))["accepted"][0]["serial"], 2);
+    EXPECT_EQ(StagingFolders(), "");
+}
+
+// A utility whose install script swaps the repository's 16G firmware archive
+// for another valid one: after staging, before the 16G port is updated.
+TEST_F(TrustTest, ArchiveChangedAfterStagingIsNotWhatIsUsed) {
+    const std::string other = folder_ + "/other-16g.zip";
+    ASSERT_TRUE(qdmtest::BuildFirmwareModule(other, "fcelx_16g", {"--firmware", "11.4.999.1"}));
+    ASSERT_TRUE(qdmtest::UnpackModule(Repo("ocm.zip"), folder_ + "/ocm"));
+    std::vector<qdmtest::ArchiveEntry> entries;
+    for (std::string file : {"x86/install.sh", "x64/install.sh", "x86/uninstall.sh", "x64/uninstall.sh",
+                             "x86/message.txt", "x64/message.txt"}) {
+        std::string content = ReadFile(folder_ + "/ocm/" + file);
+        if (file.find("/install.sh") != std::string::npos)
+            content.insert(content.find('\n') + 1, "cp '" + other + "' '" + Repo("fw-16g.zip") + "'\n");
+        entries.emplace_back(file, content, file.find(".sh") != std::string::npos);
+    }
+    ASSERT_TRUE(qdmtest::MakeZip(Repo("ocm.zip"), entries));
+    PublishCatalogue(kGoodCatalogue);
+    e2e::HostRun update = Host({"--json", "update"});
+    EXPECT_EQ(update.exitCode, 0) << update.err;
+    EXPECT_EQ(ReadFile(Repo("fw-16g.zip")), ReadFile(other));       // the swap happened
+    EXPECT_EQ(qdmtest::SimGet("/adapters/2/firmware"), "\"11.4.204.8\"");  // the signed image was flashed
+}
+
+// Unsigned: inventory and check warn and mark the versions unverified; an
+// update under --allow-unsigned still checks the archives, warns loudly and
+// is recorded as unsigned.
+TEST_F(TrustTest, UnsignedRepositoryIsMarkedAndOnlyAllowedLoudly) {
+    ::unlink(Repo("catalogue.json.minisig").c_str());
+    e2e::HostRun inventory = Host({"--json", "inventory"});
+    EXPECT_NE(inventory.err.find("repository not trusted (unsigned)"), std::string::npos) << inventory.err;
+    EXPECT_EQ(inventory.Json()["repositoryVerified"].dump() + inventory.Json()["ports"][0]["modules"][0].dump(),
+              R"(false{"kind":"firm","operating":"2.01a12","repository":"2.02a5","repositoryVerified":false,"status":"older"})");
+    EXPECT_NE(Host({"inventory"}).out.find("2.02a5 (unverified)"), std::string::npos);
+    EXPECT_EQ(Host({"--json", "check"}).Json()["repositoryVerified"], false);
+    const std::string archive = ReadFile(Repo("fw-16g.zip"));
+    FlipByte(Repo("fw-16g.zip"));
+    EXPECT_EQ(Host({"--json", "--allow-unsigned", "update"}).Json()["error"]["reason"], "archive-mismatch");
+    WriteFile(Repo("fw-16g.zip"), archive);
+    e2e::HostRun update = Host({"--allow-unsigned", "update"});
+    EXPECT_EQ(update.exitCode, 0) << update.err;
+    EXPECT_NE(update.err.find("UNSIGNED REPOSITORY ACCEPTED"), std::string::npos) << update.err;
+    const json history = Host({"--json", "history"}).Json()["entries"];
+    ASSERT_EQ(history.size(), 4u);
+    for (const json& entry : history) EXPECT_EQ(entry["unsigned"], true);
+}
+
+TEST_F(TrustTest, TrustCommandsRefuseBadKeysAndUnsafeFolders) {
+    const std::string folder = e2e::kRoot + "/qdmhost/trusted-keys";
+    EXPECT_EQ(Run({"--json", "trust", "list"}).Json()["keys"][0]["keyId"], KeyId());
+    EXPECT_EQ(Run({"trust", "add", Repo("catalogue.json")}).exitCode, 2);  // not a key
+    EXPECT_EQ(Run({"trust", "remove", "0123456789ABCDEF"}).exitCode, 2);   // not trusted
+    std::filesystem::permissions(folder, std::filesystem::perms::group_write, std::filesystem::perm_options::add);
+    EXPECT_EQ(Run({"trust", "list"}).exitCode, 1);
+    e2e::HostRun ignored = Host({"--json", "update", "--dry-run"});  // a key anyone could have put there
+    EXPECT_EQ(ignored.Json()["error"]["reason"], "unknown-key") << ignored.err;
+    std::filesystem::permissions(folder, std::filesystem::perms::group_write, std::filesystem::perm_options::remove);
+    EXPECT_EQ(Run({"trust", "remove", KeyId()}).exitCode, 0);
+    EXPECT_EQ(Run({"--json", "trust", "list"}).Json()["keys"], json::array());
+}
+
+// Keys and signatures made by the real minisign, prehashed (its default) and legacy.
+TEST(MinisignInterop, RealMinisignSignaturesVerifyOnlyWithTheirKeyAndMessage) {
+    const std::string folder = qdmtest::MakeTempDir("minisign");
+    const qdmtest::PublisherKey key = qdmtest::MakePublisherKey(folder + "/key");
+    const qdmtest::PublisherKey other = qdmtest::MakePublisherKey(folder + "/other");
+    const std::string file = folder + "/catalogue.json", message = "{\"packages\": []}\n";
+    WriteFile(file, message);
+    struct Row {
+        const qdmtest::PublisherKey* signer;
+        const char* options;
+        std::string checked;
+        bool forgeComment;
+        bool verifies;
+    };
+    const Row rows[] = {
+        {&key, "", message, false, true},            // prehashed ("ED")
+        {&key, "-l", message, false, true},          // legacy ("Ed")
+        {&other, "", message, false, false},         // another key
+        {&key, "", message + " ", false, false},     // another message
+        {&key, "", message, true, false},            // trusted comment changed
+    };
+    const qdmcli::MinisignPublicKey trusted = qdmcli::ParseMinisignPublicKey(ReadFile(key.publicKey));
+    EXPECT_EQ(trusted.comment, "minisign public key " + qdmcli::KeyIdText(trusted.keyId));
+    for (const Row& row : rows) {
+        ASSERT_TRUE(qdmtest::SignFile(*row.signer, file, row.options));
+        qdmcli::MinisignSignature signature = qdmcli::ParseMinisignSignature(ReadFile(file + ".minisig"));
+        if (row.forgeComment) signature.trustedComment += " forged";
+        EXPECT_EQ(qdmcli::VerifyMinisign(trusted, signature, row.checked), row.verifies) << row.options;
+    }
+    qdmtest::RemoveTree(folder);
+}
+
+TEST(MinisignParsers, MalformedKeysAndSignaturesAreRefused) {
+    const std::string head = "untrusted comment: c\n";
+    const std::string key = "RWToDHzM1WUmSJvjqzNE7y2CFboCfWB6TrxVlMbJBstjgNflTKpn/ty+\n";
+    const std::string signature =
+        "RUToDHzM1WUmSKjpvbAHH4PBl377ny/f3HiFwCbGTypO1KSmvpjRQpoUKmg3InL8B12IS2MP8QKGjcVKMqGH9IZIrWlKiC+kPQ8=\n"
+        "trusted comment: timestamp:1795435619\tfile:c.json\thashed\n"
+        "ROLF6GrWmViXFOxL74x7F+17PneOAf5R3dSuDYtLwx4BDxVBkbeZZt/RUUAjimabXO4q1vcOha3G1g6qCORLAQ==\n";
+    // minisign 0.11's own key and signature of {"a":1}: the known answer.
+    EXPECT_TRUE(qdmcli::VerifyMinisign(qdmcli::ParseMinisignPublicKey(head + key),
+                                       qdmcli::ParseMinisignSignature(head + signature), "{\"a\":1}\n"));
+    EXPECT_EQ(qdmcli::KeyIdText(qdmcli::ParseMinisignPublicKey("untrusted comment: c\r\n" + key).keyId), "482665D5CC7C0CE8");
+    const std::string badKeys[] = {
+        "",                                            // empty
+        head,                                          // no key line
+        "comment: c\n" + key,                          // wrong head
+        head + "RWToDHzM1WUmSJvjqzNE7y2CFboCfWB6TrxVlMbJBstjgNflTKpn/ty\n",  // one character short
+        head + "RWToDHzM1WUmSJvjqzNE7y2CFboCfWB6TrxVlMbJBstjgNflTKpn/ty+AAAA\n",  // three bytes long
+        head + "RXToDHzM1WUmSJvjqzNE7y2CFboCfWB6TrxVlMbJBstjgNflTKpn/ty+\n",  // not "Ed"
+        head + "RWToDHzM1WUmSJvjqzNE7y2CFboCfWB6TrxVlMbJBstjgNflTKpn/ty*\n",  // not base64
+        head + key + "extra\n",                        // a third line
+        "untrusted comment: \x1b[2J\n" + key,          // a control character in the comment
+        "untrusted comment: " + std::string(1025, 'c') + "\n" + key,  // a comment too long
+    };
+    for (const std::string& text : badKeys)
+        EXPECT_THROW(qdmcli::ParseMinisignPublicKey(text), qdmcli::MinisignFormatError) << text;
+    const std::string badSignatures[] = {
+        head + key,                                                  // a key, not a signature
+        head + signature.substr(0, signature.rfind("ROLF")),          // no global signature
+        head + "RV" + signature.substr(2),                           // unknown algorithm
+        head + signature.substr(1),                                  // signature line one character short
+        head + signature.substr(0, 101) + "comment: x\n" + signature.substr(signature.rfind("ROLF")),  // wrong head
+        head + signature + "extra\n",                                // a fifth line
+        head + signature.substr(0, signature.size() - 3) + "=\n",    // global signature not base64 of 64 bytes
+    };
+    for (const std::string& text : badSignatures)
+        EXPECT_THROW(qdmcli::ParseMinisignSignature(text), qdmcli::MinisignFormatError) << text;
+}
+
+}  // namespace
