@@ -5,9 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
-#include <initializer_list>
 #include <list>
 #include <sstream>
 #include <string>
@@ -66,7 +64,7 @@ protected:
         FakeRpm(0);
         FakeDepmod(0);
         ::mkdir("/etc/depmod.d", 0755);
-        SetAdapterVersions(kWwpn, "11.2.156.27", "5.12a2");
+        SetAdapterVersions("11.2.156.27", "5.12a2");
     }
     void TearDown() override {
         if (ready_) ::setenv("PATH", oldPath_.c_str(), 1);
@@ -74,7 +72,7 @@ protected:
         HostTest::TearDown();
     }
 
-    static void Remove(std::initializer_list<std::string> paths) {
+    static void Remove(const std::vector<std::string>& paths) {
         for (const std::string& path : paths) qdmtest::RemoveTree(path);
     }
     // A fresh start for one table row: no captured lines, no last error.
@@ -92,9 +90,10 @@ protected:
     void FakeDepmod(int exitCode) {
         Fake("depmod", "echo \"$*\" >> '" + depmodLog_ + "'\nexit " + std::to_string(exitCode) + "\n");
     }
-    void SetAdapterVersions(const std::string& wwpn, const std::string& firmware, const std::string& boot) {
-        qdmtest::WriteFile(state_ + "/fw-" + FileName(wwpn), firmware + "\n");
-        qdmtest::WriteFile(state_ + "/boot-" + FileName(wwpn), boot + "\n");
+    // The versions the fake tool reports for kWwpn.
+    void SetAdapterVersions(const std::string& firmware, const std::string& boot) {
+        qdmtest::WriteFile(state_ + "/fw-10-00-00-00-c9-12-34-56", firmware + "\n");
+        qdmtest::WriteFile(state_ + "/boot-10-00-00-00-c9-12-34-56", boot + "\n");
     }
     void FailNextDownloads(int count) { qdmtest::WriteFile(state_ + "/failures", std::to_string(count) + "\n"); }
     // The fake tool's runs with this verb ("" for all), as logged.
@@ -116,12 +115,16 @@ protected:
                          const std::string& archive = "") {
         module.CheckRegisterUpdateModule({name, "", version, archive});
     }
-    // An error code as operator messages show it.
-    static std::string Hex(unsigned long code) {
-        char text[20];
-        return std::string(text, std::to_chars(text, text + sizeof text, code, 16).ptr);
+    // A step's result, the last error and each operator message with its
+    // inserts, as one line: "1 29 MSGID_EMULEX_FC_0005_F driv 1d".
+    std::string Outcome(long result) const {
+        std::string text = std::to_string(result) + " " + std::to_string(CEmulexCommon::GetLastError());
+        for (const auto& message : Messages()) {
+            text += " " + message.id;
+            for (const std::string& insert : message.inserts) text += " " + insert;
+        }
+        return text;
     }
-    // Sets the modification time on the clock the provider reads.
     // True when these lines were written one right after another.
     bool HasDebugRun(const std::vector<std::string>& lines) const {
         std::vector<std::string> texts;
@@ -130,16 +133,14 @@ protected:
     }
 
     std::string WorkFolder() const { return temp_ + "/firm"; }
-    std::string AttribCache(const std::string& wwpn) const { return cache_ + "/HbaAttrib" + FileName(wwpn) + ".txt"; }
+    // The attribute cache of kWwpn.
+    std::string AttribCache() const { return cache_ + "/HbaAttrib10-00-00-00-c9-12-34-56.txt"; }
+    std::string VersionFile() const { return cache_ + "/HbaVersion.txt"; }
 
     std::string state_, rpmLog_, depmodLog_;
     std::list<std::string> files_;  // what the unpacking lists
 
 private:
-    static std::string FileName(std::string wwpn) {
-        std::replace(wwpn.begin(), wwpn.end(), ':', '-');
-        return wwpn;
-    }
     bool ready_ = false;
     std::string oldPath_;
 };
