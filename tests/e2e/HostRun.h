@@ -16,7 +16,6 @@
 #include <string>
 #include <vector>
 
-#include "Publisher.h"
 #include "Sim.h"
 #include "TestEnv.h"
 
@@ -27,8 +26,6 @@ using nlohmann::json;
 // The dual-port model writes its PCI ids below the standard root, so the
 // tests use that root; the sandbox makes it private.
 const std::string kRoot = "/opt/velmora/qdm/provider";
-// The driver update's depmod override: the one file an update may write outside the work area.
-const std::string kDepmodOverride = "/etc/depmod.d/elxlpfc.conf";
 const std::map<std::string, std::string> kDemoWwpns = {
     {"0000:03:00.0", "10000000C9A10001"}, {"0000:04:00.0", "10000000C9B20001"}, {"0000:04:00.1", "10000000C9B20002"},
     {"0000:05:00.0", "10000090FAC30001"}, {"0000:05:00.1", "10000090FAC30002"}};
@@ -53,6 +50,33 @@ inline std::string HostCommandLine(const std::vector<std::string>& args) {
     return line;
 }
 
+// The publisher's side of a signed repository, with the real minisign: a key
+// pair made without a password (-W) and signatures made with it.
+struct PublisherKey {
+    std::string publicKey;  // <folder>/minisign.pub
+    std::string secretKey;  // <folder>/minisign.key
+};
+
+// Standard input closed: minisign must never wait for a password.
+inline bool Minisign(const std::string& arguments) {
+    std::string output;
+    const int status = qdmtest::RunShell("minisign " + arguments + " </dev/null", &output);
+    EXPECT_EQ(status, 0) << "minisign " << arguments << ": " << output;
+    return status == 0;
+}
+
+inline PublisherKey MakePublisherKey(const std::string& folder) {
+    std::filesystem::create_directories(folder);
+    const PublisherKey key{folder + "/minisign.pub", folder + "/minisign.key"};
+    Minisign("-G -W -p " + Quote(key.publicKey) + " -s " + Quote(key.secretKey));
+    return key;
+}
+
+// Writes file + ".minisig"; `options` such as "-l" (legacy signature) go before the file.
+inline bool SignFile(const PublisherKey& key, const std::string& file, const std::string& options = "") {
+    return Minisign("-S " + options + " -s " + Quote(key.secretKey) + " -m " + Quote(file));
+}
+
 inline size_t Occurrences(const std::string& text, const std::string& what) {
     size_t count = 0;
     for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) ++count;
@@ -67,6 +91,12 @@ inline std::string ModuleStatus(const json& port, const std::string& kind) {
     return "";
 }
 
+// A port's WWPN and the statuses of its firmware, driver and utility, as one line.
+inline std::string PortStatuses(const json& port) {
+    return port["wwpn"].get<std::string>() + " " + ModuleStatus(port, "firm") + " " + ModuleStatus(port, "driver") +
+           " " + ModuleStatus(port, "util");
+}
+
 // The results of an update document for one module kind, keyed by port address.
 inline std::map<std::string, std::string> Outcomes(const json& update, const std::string& kind) {
     std::map<std::string, std::string> outcomes;
@@ -79,7 +109,7 @@ inline std::map<std::string, std::string> Outcomes(const json& update, const std
 // publisher key that it trusts, and the demo server installed (a copy of its
 // state: tools write to it).
 class E2eTest : public ::testing::Test {
-protected:
+public:
     void SetUp() override {
         if (!qdmtest::InSandbox()) GTEST_SKIP() << "needs the fixed system paths: run under sandbox/run";
         ::setenv("QDMTEST_RUN", std::to_string(::getpid()).c_str(), 1);
@@ -93,7 +123,7 @@ protected:
         std::filesystem::create_directories(folder_ + "/out");  // the runs' outputs
         std::filesystem::create_directories(repo_);
         ASSERT_FALSE(qdmtest::InstallSimulator(folder_, qdmtest::DemoState()).empty());
-        publisher_ = qdmtest::MakePublisherKey(folder_ + "/publisher");
+        publisher_ = MakePublisherKey(folder_ + "/publisher");
         ASSERT_EQ(Run({"trust", "add", publisher_.publicKey}).exitCode, 0);
     }
 
@@ -140,15 +170,14 @@ protected:
     }
 
     // Every entry below the fixed system paths and this test's folder, but
-    // where a run may write (the work area, the host's logs and history, the
-    // simulator's state, the runs' outputs, `alsoWritten_`): files by type,
-    // size and change time (a writer cannot set it back), links by target.
+    // where a run may write (the work area, the host's logs, the runs'
+    // outputs, the simulator's call log, `excluded_`): files by type, size and
+    // change time (a writer cannot set it back), links by target (an update may
+    // put the same link again).
     std::map<std::string, std::string> SnapshotOutsideWorkArea() const {
-        std::vector<std::string> excluded = {kRoot + "/tmp", kRoot + "/log", kRoot + "/qdmhost/history.jsonl",
-                                             kRoot + "/qdmhost/accepted-serials.json",
-                                             folder_ + "/out", StatePath(), StatePath() + ".lock",
+        std::vector<std::string> excluded = {kRoot + "/tmp", kRoot + "/log", folder_ + "/out", StatePath() + ".lock",
                                              StatePath() + ".calls"};
-        excluded.insert(excluded.end(), alsoWritten_.begin(), alsoWritten_.end());
+        excluded.insert(excluded.end(), excluded_.begin(), excluded_.end());
         std::map<std::string, std::string> entries;
         for (const std::string& root : {std::string("/etc"), std::string("/usr/sbin"), std::string("/opt"), folder_}) {
             std::error_code error, ignored;
@@ -170,8 +199,12 @@ protected:
         return entries;
     }
 
-    void TakeBaseline(const std::vector<std::string>& alsoWritten = {}) {
-        alsoWritten_ = alsoWritten;
+    // `update`: the run may also change the simulated server, write the
+    // history and accepted serials, and the driver's depmod override.
+    void TakeBaseline(bool update = false) {
+        if (update)
+            excluded_ = {StatePath(), kRoot + "/qdmhost/history.jsonl", kRoot + "/qdmhost/accepted-serials.json",
+                         "/etc/depmod.d/elxlpfc.conf"};
         baseline_ = SnapshotOutsideWorkArea();
         ASSERT_GT(baseline_.size(), 100u) << "the snapshot missed the system folders";
     }
@@ -187,8 +220,9 @@ protected:
     }
 
     // Updates for the single-port 8G firmware and the 16G firmware, the
-    // driver and the utility; the dual-port 8G firmware is already current.
-    void BuildDemoRepository() const {
+    // driver and the utility, published with `options`; the dual-port 8G
+    // firmware is already current.
+    void BuildDemoRepository(const std::vector<std::string>& options = {}) const {
         const std::string dualPort = "fcelx_8g2p_10df_f100_10df_f100";
         ASSERT_TRUE(qdmtest::BuildFirmwareModule(repo_ + "/fw-8g.zip", "fcelx_8g1p",
                                                  {"--firmware", "2.02a5", "--bootbios", "5.12a3", "--message"}));
@@ -202,7 +236,7 @@ protected:
             {{"uniqueNames", all}, {"kind", "driver"}, {"version", "11.4.204.8"}, {"archive", "lpfc.zip"}},
             {{"uniqueNames", all}, {"kind", "util"}, {"version", "11.4.204.8"}, {"archive", "ocm.zip"}}};
         qdmtest::WriteFile(repo_ + "/catalogue.json", json({{"packages", packages}}).dump(2));
-        PublishCatalogue();
+        PublishCatalogue(options);
     }
 
     // As a publisher does: the sizes and hashes of the archives into the
@@ -211,13 +245,13 @@ protected:
     // the key the root trusts.
     void PublishCatalogue(const std::vector<std::string>& options = {}) const {
         ASSERT_TRUE(qdmtest::BuildCatalogue(repo_, options));
-        ASSERT_TRUE(qdmtest::SignFile(publisher_, repo_ + "/catalogue.json"));
+        ASSERT_TRUE(SignFile(publisher_, repo_ + "/catalogue.json"));
     }
 
     std::string folder_;
     std::string repo_;
-    qdmtest::PublisherKey publisher_;
-    std::vector<std::string> alsoWritten_;
+    PublisherKey publisher_;
+    std::vector<std::string> excluded_;
     std::map<std::string, std::string> baseline_;
 };
 

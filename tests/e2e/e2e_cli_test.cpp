@@ -2,7 +2,6 @@
 // the supported-device table, exit codes and version verdicts.
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 #include <set>
 
@@ -11,7 +10,6 @@
 #include "ExitCodes.h"
 #include "HostError.h"
 #include "Modules.h"
-#include "TestEnv.h"
 
 namespace {
 
@@ -70,21 +68,6 @@ TEST(Catalogue, EntriesAreCheckedAndFoundByModelKeyAndKind) {
     bare.erase("sha256");
     bare.erase("size");
     EXPECT_EQ(qdmcli::ParseCatalogue(json{{"packages", {bare}}}.dump(), false).packages.size(), 1u);
-}
-
-TEST(Catalogue, ArchivesMustBeRegularFilesOfTheFolder) {
-    const std::string folder = qdmtest::MakeTempDir("catalogue");
-    const qdmcli::TrustPolicy unsignedLab{folder, true, true};
-    qdmtest::WriteFile(folder + "/catalogue.json", CatalogueText({kGoodEntry}));
-    EXPECT_EQ(ErrorCode([&](const std::string& repo) { qdmcli::Repository::Load(repo, unsignedLab); }, folder),
-              qdmcli::kExitRepository);  // archive missing
-    ASSERT_EQ(::symlink("/etc/hostname", (folder + "/fw-16g.zip").c_str()), 0);
-    EXPECT_EQ(ErrorCode([&](const std::string& repo) { qdmcli::Repository::Load(repo, unsignedLab); }, folder),
-              qdmcli::kExitUntrusted);  // a link may lead anywhere
-    ::unlink((folder + "/fw-16g.zip").c_str());
-    qdmtest::WriteFile(folder + "/fw-16g.zip", "zip");
-    EXPECT_FALSE(qdmcli::Repository::Load(folder, unsignedLab).empty());
-    qdmtest::RemoveTree(folder);
 }
 
 TEST(Discovery, LspciLinesAndDeviceTable) {
