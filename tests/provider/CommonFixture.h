@@ -20,7 +20,6 @@ protected:
         runs_ = root_ + "/runs.txt";
         CEmulexCommon::SetLastError(0);
     }
-    unsigned long Error() const { return CEmulexCommon::GetLastError(); }
     // "RESULT eERROR" of the call just made; clears the error for the next one.
     static std::string Outcome(long result) {
         const std::string text = std::to_string(result) + " e" + std::to_string(CEmulexCommon::GetLastError());

@@ -24,9 +24,7 @@ TEST_F(CommonTest, EmulexUpdateJudgesEachResultMode) {
         {"exit 0", 1, root_ + "/no/such/folder/out.txt", defs, "0 e17",
          "Failed to update execute(exit 0)(11)(Windows Error code:17)."},
         {"printf '0\\n'", 2, out, defs, "1 e0", ""},
-        {"printf '0'", 2, out, defs, "1 e0", ""},  // no line end at all
         {"printf '0 \\n'", 2, out, defs, "0 e33", "Failed to update(printf '0 \\n')."},  // compared exactly
-        {"printf 'done\\n0\\n'", 2, out, defs, "0 e33", ""},                           // only the first line counts
         {"true", 2, "", defs, "0 e17", "Failed to open file()."},
         {"printf 'Update finished\\nNothing to update\\n'", 3, out, defs, "1 e0", ""},
         {"printf 'Update finished\\nUpdate failed\\n'", 3, out, defs, "0 e33", ""},
@@ -67,6 +65,8 @@ TEST_F(CommonTest, CheckUpdateResultWaitsForTheEndThenLooksForSuccess) {
         {"EndMessage=Update finished\nSuccessMessage=\n", kFinishedOk, nullptr, 0, "0 e0 0", "no successMessage"},
         {six, "ok6\n", nullptr, 0, "0 e37 0", "successMessage[4]=[ok5]"},  // only the first five count
         {six, "ok5\n", nullptr, 0, "1 e0 0", "Find SuccessMsg[ok5] in [ok5]"},
+        // The text is cut at the prefix's length wherever the prefix stands.
+        {"xxSuccessMessage=ok\n", "e=ok\n", nullptr, 0, "1 e0 0", "Find SuccessMsg[e=ok] in [e=ok]"},
         // Blanks only make an empty message, which any line holds.
         {"SuccessMessage=   \nEndMessage=Update finished\n", "Update finished\n", nullptr, 0, "1 e0 1",
          "Find SuccessMsg[] in [Update finished]"},
@@ -89,32 +89,6 @@ TEST_F(CommonTest, CheckUpdateResultWaitsForTheEndThenLooksForSuccess) {
     }
 }
 
-TEST(ParseUpdateMessageLine, TextBehindThePrefix) {
-    const char* const success = "SuccessMessage=";
-    // Trimmed text; cut at the prefix's length wherever the prefix stands; blanks only give an empty
-    // message; a line no longer than the prefix, or without it, is none.
-    struct Row { const char *line, *prefix, *text; } rows[] = {
-        {"SuccessMessage=Done", success, "1 Done"}, {"SuccessMessage=  Done ok \r", success, "1 Done ok"},
-        {"EndMessage=Finished\n", "EndMessage=", "1 Finished"}, {"xxSuccessMessage=Done", success, "1 e=Done"},
-        {"SuccessMessage=   ", success, "1 "}, {"SuccessMessage=\r", success, "1 "},
-        {"SuccessMessage=", success, "0 stale"}, {"EndMessage=Finished", success, "0 stale"},
-    };
-    for (const Row& row : rows) {
-        std::string text = "stale";
-        const bool found = CEmulexCommon::ParseUpdateMessageLine(row.line, row.prefix, text);
-        EXPECT_EQ(row.text, std::to_string(found) + " " + text) << row.line;
-    }
-}
-
-TEST(FormatVersion4SegCleanDust, CutsTheFourthSegmentOnly) {
-    // Dust cut from the fourth segment only; other forms are returned unchanged, not even trimmed.
-    const std::pair<const char*, const char*> rows[] = {
-        {" 4.1.334.0a ", "4.1.334.0"}, {"10.2.370.15", "10.2.370.15"}, {"1.2.3.x9", "1.2.3."}, {"1.2a.3.4", "1.2a.3.4"},
-        {"2.02a4", "2.02a4"}, {" 1.2.3 ", " 1.2.3 "}, {"", ""},
-    };
-    for (const auto& row : rows) EXPECT_EQ(row.second, CEmulexCommon::FormatVersion4SegCleanDust(row.first)) << row.first;
-}
-
 // Both comparisons: -1 when the first is newer, 1 when older; a malformed
 // side gives 0, error 30 and one 0019 message carrying "1e".
 TEST_F(CommonTest, VersionComparisons) {
@@ -123,48 +97,47 @@ TEST_F(CommonTest, VersionComparisons) {
         {false, "1.2.3.4", "1.2.3.5", "1 e0 "}, {false, "1.2.3.4", "1.2.3.4", "0 e0 "},
         {false, "1.0.10.0", "1.0.9.0", "-1 e0 "},  // numeric, not text order
         {false, "2.0.0.0", "1.9.9.9", "-1 e0 "},   // the first differing segment decides
-        {false, "1.2.3", "1.2.3.4", bad}, {false, "1.2.3.4", "1.2.3.4a", bad}, {false, "", "1.2.3.4", bad},
-        {false, "1.2.3.4", "1..3.4", bad}, {false, "abnormal", "1.2.3.4", bad},
+        {false, "1.2.3", "1.2.3.4", bad}, {false, "1.2.3.4", "1.2.3.4a", bad}, {false, "1.2.3.4", "1..3.4", bad},
         {true, "2.02a4", "2.02a5", "1 e0 "}, {true, "2.02a4", "2.2a4", "0 e0 "},  // numbers, not texts
         {true, "2.10a1", "2.02a9", "-1 e0 "},  // minor before letters and build
         {true, "3.00a1", "2.99z9", "-1 e0 "},  // major first
+        {true, "3.00abc07", "3.0abc8", "1 e0 "}, {true, "2.10A12", "2.10A9", "-1 e0 "},
         // Letters: the raw difference of the first differing bytes, the end counting as 0; upper case first.
         {true, "2.02a9", "2.02c1", "2 e0 "}, {true, "2.02A9", "2.02a1", "32 e0 "},
         {true, "2.02a9", "2.02ab1", "98 e0 "}, {true, "2.02ab9", "2.02a1", "-98 e0 "},
-        {true, "2.02", "2.02a4", bad}, {true, "2.02a4", "abnormal", bad}, {true, "2.02a4", "2.02a4b", bad},
+        // Malformed: no letter group, then neither digit nor letter, tail not all digits, three parts, no
+        // build, no major digits, no minor digits, a dash behind the letters, empty parts, a high byte.
+        {true, "2.02", "2.02a4", bad}, {true, "2.02a4", "2.02-4", bad}, {true, "2.02a4", "2.02a4b", bad},
+        {true, "2.02a4", "2.0.2a4", bad}, {true, "2.02a4", "2.02a", bad}, {true, "2.02a4", "x.02a4", bad},
+        {true, "2.02a4", "2.a4", bad}, {true, "2.02a4", "2.02a-4", bad}, {true, "2.02a4", ".", bad},
+        {true, "2.02a4", "2.02\3514", bad},
     };
     for (const Row& row : rows) {
         NextRow();
         const int result = row.firmware ? CEmulexCommon::CheckVendorVersionFCFirmware(row.version1, row.version2)
                                         : CEmulexCommon::CheckVendorVersion4SegNormal(row.version1, row.version2);
         EXPECT_EQ(row.outcome, Outcome(result) + " " + MessagesText()) << row.version1 << " vs " << row.version2;
+        const std::string function = row.firmware ? "CheckVendorVersionFCFirmware" : "CheckVendorVersion4SegNormal";
+        EXPECT_TRUE(HasDebug("CEmulexCommon::" + function + "() [END] Return=[" + std::to_string(result) + "]"));
     }
-    EXPECT_TRUE(HasDebug("CEmulexCommon::CheckVendorVersionFCFirmware() [END] Return=[0]"));
-    EXPECT_EQ(-1, CEmulexCommon::CheckVendorVersion4SegNormal("2.0.0.0", "1.9.9.9"));
-    EXPECT_TRUE(HasDebug("CEmulexCommon::CheckVendorVersion4SegNormal() [END] Return=[-1]"));
-}
-
-// Major, minor, letters and build; out-arguments stay untouched when the text is malformed.
-TEST_F(CommonTest, FirmwareFormat) {
-    const std::string bad = "0 -7 -7 untouched -7";
-    // Malformed: neither digit nor letter, tail not all digits, three parts, no letter group, no
-    // build, no major digits, no minor digits, a dash behind the letters, empty parts, a high byte.
-    const std::pair<const char*, std::string> rows[] = {
-        {"2.02a4", "1 2 2 a 4"}, {"2.10A12", "1 2 10 A 12"}, {"3.00abc07", "1 3 0 abc 7"},
-        {"2.02-4", bad}, {"2.02a4b", bad}, {"2.0.2a4", bad}, {"2.02", bad}, {"2.02a", bad}, {"x.02a4", bad},
-        {"2.a4", bad}, {"2.02a-4", bad}, {".", bad}, {"2.02\3514", bad},
-    };
-    for (const auto& row : rows) {
-        long major = -7, minor = -7, build = -7;
-        std::string letters = "untouched";
-        const bool valid = CEmulexCommon::CheckVersionFCFirmwareFormat(row.first, major, minor, letters, build);
-        EXPECT_EQ(valid, CEmulexCommon::CheckVersionFCFirmwareFormat(row.first)) << row.first;
-        EXPECT_EQ(row.second, std::to_string(valid) + " " + std::to_string(major) + " " + std::to_string(minor) + " " +
-                                  letters + " " + std::to_string(build)) << row.first;
-    }
-    // The format test alone reports nothing.
-    EXPECT_EQ("0 e0 ", Outcome(0) + " " + MessagesText());
     EXPECT_TRUE(HasDebug("CEmulexCommon::CheckVersionFCFirmwareFormat() [2][02][a][4]"));
+    // The format check alone reports nothing and leaves the parts untouched when the text is malformed.
+    NextRow();
+    long major = -7, minor = -7, build = -7;
+    std::string letters = "untouched";
+    EXPECT_FALSE(CEmulexCommon::CheckVersionFCFirmwareFormat("2.02a", major, minor, letters, build));
+    EXPECT_EQ("-7 -7 untouched -7", std::to_string(major) + " " + std::to_string(minor) + " " + letters + " " +
+                                        std::to_string(build));
+    EXPECT_TRUE(CEmulexCommon::CheckVersionFCFirmwareFormat("2.10A12"));
+    EXPECT_FALSE(CEmulexCommon::CheckVersionFCFirmwareFormat("2.02"));
+    EXPECT_EQ("0 e0 ", Outcome(0) + " " + MessagesText());
+
+    // Dust cut from the fourth segment only; other forms are returned unchanged, not even trimmed.
+    const std::pair<const char*, const char*> cleaned[] = {
+        {" 4.1.334.0a ", "4.1.334.0"}, {"1.2.3.x9", "1.2.3."}, {"1.2a.3.4", "1.2a.3.4"}, {" 1.2.3 ", " 1.2.3 "},
+        {"", ""},
+    };
+    for (const auto& row : cleaned) EXPECT_EQ(row.second, CEmulexCommon::FormatVersion4SegCleanDust(row.first));
 }
 
 }  // namespace
