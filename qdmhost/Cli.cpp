@@ -12,6 +12,7 @@
 #include "Console.h"
 #include "ExitCodes.h"
 #include "HostError.h"
+#include "Version.h"
 
 namespace qdmcli {
 
@@ -110,12 +111,13 @@ int RunCli(int argc, char** argv) {
     CLI::App app("qdmhost: inventory and update of the server's Emulex Fibre Channel adapters", "qdmhost");
     app.footer(ExitCodeHelp());
     app.require_subcommand(1);
+    app.set_version_flag("--version", std::string("qdmhost ") + kVersion + " (revision " + kRevision + ")");
     AddCommonOptions(app, options);
     std::map<CLI::App*, Command> commands = AddCommands(app, options);
     try {
         app.parse(argc, argv);
-    } catch (const CLI::CallForHelp& help) {
-        return app.exit(help);
+    } catch (const CLI::Success& request) {  // --help, --version
+        return app.exit(request);
     } catch (const CLI::ParseError& error) {
         if (!WantsJson(argc, argv)) return app.exit(error) == 0 ? kExitOk : kExitUsage;
         PrintError(true, kExitUsage, error.what());
