@@ -108,6 +108,17 @@ std::map<CLI::App*, Command> AddCommands(CLI::App& app, Options& options) {
     commands[app.add_subcommand("check", "check for missing components and the utility configuration")] = RunCheck;
     commands[app.add_subcommand("history", "show the results of past updates")] = RunHistory;
     commands[AddTrustCommand(app, options)] = RunTrust;
+    CLI::App* metrics = app.add_subcommand(
+        "metrics",
+        "write Prometheus metrics for node_exporter's textfile collector: per port and module the status against "
+        "the repository, the operating and repository versions, the last update's outcome and time; per port the "
+        "utility configuration check; this run's duration and success (on a failure the file is still written, "
+        "with success 0 and the error's name, and the exit code is the error's)");
+    metrics->add_option("--textfile", options.textfileFolder,
+                        "folder of node_exporter's textfile collector (e.g. /var/lib/prometheus/node-exporter); "
+                        "qdmhost.prom in it is replaced atomically")
+        ->required();
+    commands[metrics] = RunMetrics;
     for (auto& entry : commands) entry.first->fallthrough();
     return commands;
 }

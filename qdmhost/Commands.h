@@ -23,6 +23,7 @@ CommandResult RunReport(const Options& options);
 CommandResult RunCheck(const Options& options);
 CommandResult RunHistory(const Options& options);
 CommandResult RunTrust(const Options& options);
+CommandResult RunMetrics(const Options& options);
 
 // The inventory's port list: per port its identity, boot BIOS and modules
 // with operating and repository versions and their status.

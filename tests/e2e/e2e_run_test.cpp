@@ -94,7 +94,7 @@ TEST_F(E2eTest, ErrorExitCodes) {
         EXPECT_NE(error["message"].get<std::string>().find(message), std::string::npos) << run.out;
     }
     // A usage error names the command once the line has named one.
-    EXPECT_EQ(json::parse(Run({"--json", "history", "--bogus"}).out)["command"], "history");
+    EXPECT_EQ(json::parse(Run({"--json", "metrics"}).out)["command"], "metrics");
     EXPECT_EQ(json::parse(Run({"--json", "--bogus"}).out)["command"], nullptr);
 }
 

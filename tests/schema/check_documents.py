@@ -12,7 +12,7 @@ import warnings
 
 import jsonschema
 
-COMMANDS = ["inventory", "update", "report", "check", "history", "trust"]
+COMMANDS = ["inventory", "update", "report", "check", "history", "trust", "metrics"]
 
 
 def load_schemas(folder):
