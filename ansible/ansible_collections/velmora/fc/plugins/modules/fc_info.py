@@ -102,6 +102,16 @@ check:
     ports:
       - {deviceId: "0000:05:00.0-PCI\\VEN_10DF&DEV_E200&SUBSYS_E20010DF", wwpn: "10000090FAC30001",
          utilityCheck: passed}
+pending:
+  description:
+    - The modules that an update would change (status C(older), C(newer) or C(unreadable)), one
+      element per port and module; empty when every module is current.
+  returned: success
+  type: list
+  elements: dict
+  sample:
+    - {deviceId: "0000:05:00.0-PCI\\VEN_10DF&DEV_E200&SUBSYS_E20010DF", wwpn: "10000090FAC30001", kind: firm,
+       operating: "10.2.370.15", repository: "11.4.204.8", status: older}
 check_exit_code:
   description: Exit code of the check (0, 5 when a utility configuration refuses, 10 when a component is missing).
   returned: success
@@ -152,15 +162,25 @@ from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import common_a
 
 # Exit codes of a check that are findings rather than failures.
 CHECK_FINDINGS = (0, 5, 10)
+# Statuses that an update changes (qdmhost updates a newer adapter back too).
+PENDING_STATUSES = ("older", "newer", "unreadable")
+
+
+def pending(ports):
+    return [dict(deviceId=port.get("deviceId"), wwpn=port.get("wwpn"), kind=module.get("kind"),
+                 operating=module.get("operating"), repository=module.get("repository"), status=module.get("status"))
+            for port in ports for module in port.get("modules") or [] if module.get("status") in PENDING_STATUSES]
 
 
 def main():
     module = AnsibleModule(argument_spec=common_argument_spec(default_timeout=600), supports_check_mode=True)
     inventory = run_for_module(module, ["inventory"])
     check = run_for_module(module, ["check"], accepted=CHECK_FINDINGS)
+    ports = inventory.document.get("ports", [])
     module.exit_json(
         changed=False,
-        ports=inventory.document.get("ports", []),
+        ports=ports,
+        pending=pending(ports),
         check=check.document,
         check_exit_code=check.exit_code,
         check_exit_name=check.exit_name,
