@@ -80,16 +80,15 @@ role() {
 # models, its versions, WWPNs and serial numbers made unique by the index.
 #   server_state INDEX ROLE
 server_state() {
-    local index=$1 role=$2 versions=${VERSIONS[(index - 1) % 3]}
+    local index=$1 role=$2
+    local versions=${VERSIONS[(index - 1) % 3]} models=${MODELS[(index - 1) % 4]}
     [[ $role == good ]] || versions=old   # a refusal or a hang needs something to update
-    local models
-    models=$(printf '%s\n' ${MODELS[(index - 1) % 4]} | jq -R . | jq -sc .)
     jq --arg host "$(printf 'fcsim-%02d' "$index")" --arg nn "$(printf '%02x' "$index")" \
-        --argjson kinds "$models" --argjson v "${VERSION_SETS[$versions]}" '
+        --arg models "$models" --argjson v "${VERSION_SETS[$versions]}" '
         .hostName = $host
         | .driverVersion = $v.driver | .utilityVersion = $v.util
         | .packages = ["elxocmcore-\($v.util)-1.x86_64", "lpfc-\($v.driver)-1.x86_64"]
-        | .adapters |= [.[] | select(.kind as $k | $kinds | index($k))
+        | .adapters |= [.[] | select(.kind as $k | $models | split(" ") | index($k))
             | del(.firmwareNote)
             | if .kind == "16g" then .firmware = $v.fw16 else .firmware = $v.fw8 | .bootBios = $v.bios8 end
             | .serial |= .[:-2] + $nn
