@@ -8,6 +8,7 @@ packages=(
   googletest libgtest-dev libgmock-dev libbenchmark-dev
   libpugixml-dev libinih-dev libarchive-dev nlohmann-json3-dev libcli11-dev libsodium-dev minisign
   clang libclang-rt-14-dev valgrind util-linux procps python3 time gcovr ccache
+  chromium python3-jinja2 python3-jsonschema
 )
 
 missing=()
