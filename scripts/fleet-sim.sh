@@ -40,9 +40,10 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/demo-server.sh
 
-# The overlays a server needs: /etc (sshd, simulator links), /usr/sbin
-# (qdmhost, the adapter tool) and /opt (install root, simulator tools).
-readonly SANDBOX=(sandbox/run)
+# The overlays a server needs: /etc (sshd, simulator links), /usr and /var
+# (the package, dpkg's database, the adapter tool) and /opt (install root,
+# simulator tools).
+readonly SANDBOX=(sandbox/run --with /usr --with /var)
 
 readonly MODELS=("8g1p" "8g2p" "16g" "8g1p 8g2p 16g")
 readonly VERSIONS=(old mid current)
