@@ -206,7 +206,9 @@ start() {
     for binary in qdmhost/qdmhost sim/qdmsim provider/libqdmp_EMULEX_FC.so; do
         [[ -e $build/$binary ]] || die "$build/$binary missing: build qdmhost, qdmsim and qdmp_EMULEX_FC first"
     done
-    trap 'stop "$dir"' ERR
+    # A start that fails half-way leaves nothing running (DIR expanded now: it is local).
+    # shellcheck disable=SC2064
+    trap "stop $(printf %q "$dir")" EXIT
     make_repository "$dir"
     ssh-keygen -q -t ed25519 -N '' -C fleet-sim-client -f "$dir/client_key"
     cp "$dir/client_key.pub" "$dir/authorized_keys"
@@ -234,7 +236,7 @@ start() {
     done
     write_client_settings "$dir"
     wait_for_servers "$dir" "${started[@]}"
-    trap - ERR
+    trap - EXIT
     echo "fleet-sim: $count servers up; inventory $dir/inventory.ini, ssh -F $dir/ssh_config fcsim-01"
 }
 
