@@ -9,7 +9,10 @@ packages=(
   libpugixml-dev libinih-dev libarchive-dev nlohmann-json3-dev libcli11-dev libsodium-dev minisign
   clang libclang-rt-14-dev valgrind util-linux procps python3 time gcovr ccache
   chromium python3-jinja2 python3-jsonschema
+  openssh-server openssh-client ansible-core jq
 )
+# openssh-server may start the system's sshd on port 22: harmless, the
+# simulated fleet runs its own sshd instances on free ports of 127.0.0.1.
 
 missing=()
 for p in "${packages[@]}"; do
