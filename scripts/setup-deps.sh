@@ -10,6 +10,7 @@ packages=(
   clang libclang-rt-14-dev valgrind util-linux procps python3 time gcovr ccache
   chromium python3-jinja2 python3-jsonschema
   openssh-server openssh-client ansible-core jq
+  ansible-lint yamllint python3-apt
 )
 # openssh-server may start the system's sshd on port 22: harmless, the
 # simulated fleet runs its own sshd instances on free ports of 127.0.0.1.

@@ -51,8 +51,9 @@ Answer = namedtuple("Answer", "document envelope exit_code exit_name")
 class QdmhostError(Exception):
     """qdmhost could not give an answer, or answered with a failure."""
 
-    def __init__(self, exit_name, message, exit_code=None, reason=None, document=None):
-        super(QdmhostError, self).__init__(message)
+    def __init__(self, exit_name, detail, exit_code=None, reason=None, document=None):
+        exit_text = "" if exit_code is None else " (exit %d)" % exit_code
+        super(QdmhostError, self).__init__("qdmhost failed: %s%s: %s" % (exit_name, exit_text, detail))
         self.exit_name = exit_name
         self.exit_code = exit_code
         self.reason = reason
@@ -96,16 +97,15 @@ def parse_output(returncode, stdout, stderr, accepted=(0,)):
     try:
         document = json.loads(stdout)
     except ValueError as error:
-        raise QdmhostError(BAD_OUTPUT, "qdmhost exited %d (%s) without a JSON document on standard output (%s); "
-                           "standard error: %s" % (returncode, name, error, _excerpt(stderr)), returncode)
+        raise QdmhostError(BAD_OUTPUT, "no JSON document on standard output (%s) after exit %s; standard error: %s"
+                           % (error, name, _excerpt(stderr)), returncode)
     if not isinstance(document, dict):
-        raise QdmhostError(BAD_OUTPUT, "qdmhost printed JSON that is not an object (exit %d)" % returncode, returncode)
+        raise QdmhostError(BAD_OUTPUT, "the JSON on standard output is not an object", returncode)
     error = document.get("error") if isinstance(document.get("error"), dict) else {}
     if returncode not in accepted or error:
         name = str(error.get("name") or name)
         detail = error.get("message") or EXIT_CODES.get(returncode, ("", _excerpt(stderr)))[1]
-        raise QdmhostError(name, "qdmhost failed: %s (exit %d): %s" % (name, returncode, detail), returncode,
-                           error.get("reason"), document)
+        raise QdmhostError(name, detail, returncode, error.get("reason"), document)
     envelope = dict((key, document.pop(key)) for key in ENVELOPE_FIELDS if key in document)
     return Answer(document, envelope, returncode, name)
 
@@ -160,8 +160,8 @@ def run(argv, timeout, accepted=(0,)):
         stdout, stderr = process.communicate(timeout=timeout)
     except subprocess.TimeoutExpired:
         stderr = _stop(process)
-        raise QdmhostError(TIMEOUT, "qdmhost %s did not finish within %s seconds and was killed; standard error: %s"
-                           % (" ".join(argv[2:]), timeout, _excerpt(stderr)))
+        raise QdmhostError(TIMEOUT, "%s did not finish within %s seconds and was killed with the tools it ran; "
+                           "standard error: %s" % (" ".join(argv[2:]), timeout, _excerpt(stderr)))
     return parse_output(process.returncode, stdout, stderr, accepted)
 
 

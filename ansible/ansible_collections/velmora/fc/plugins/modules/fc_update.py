@@ -228,7 +228,7 @@ def fail(module, error, dry_run):
     result.update(error.to_result(), dry_run=dry_run)
     details = failure_details(result.get("results", []))
     meaning = EXIT_CODES.get(error.exit_code, ("", ""))[1]
-    message = str(error) if not details else "qdmhost update: %s (exit %s): %s: %s" % (
+    message = str(error) if not details else "qdmhost failed: %s (exit %s): %s: %s" % (
         error.exit_name, error.exit_code, meaning, "; ".join(details))
     module.fail_json(msg=message, changed=bool(result.get("updated")) and not dry_run, **result)
 
