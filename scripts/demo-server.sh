@@ -14,6 +14,11 @@ demo_install_server() {
     export QDMSIM_STATE=$work/state.json
     "$qdmsim" install --state "$work/state.json"
     export PATH=/opt/qdmsim/bin:$PATH
+    demo_prepare_root
+}
+
+# The install root's supported-device lists and table.
+demo_prepare_root() {
     mkdir -p "$demo_root/qdmhost"
     cp sim/data/FcVCFac.ini sim/data/CnaVCFac.ini "$demo_root/"
     cp qdmhost/devices.json "$demo_root/qdmhost/"

@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# The fleet demo: builds qdmhost, starts 8 simulated servers reached over
+# real SSH (scripts/fleet-sim.sh: mixed adapters and versions, one server
+# refusing the utility update, one whose adapter tool hangs, one
+# unreachable), then with the collection's playbooks takes the fleet
+# inventory, rolls the update out in batches of 2 and takes the inventory
+# again. The fleet document and report stay in build/fleet-demo/; the fleet
+# is stopped at the end, also on failure.
+#   scripts/fleet-demo.sh
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/demo-server.sh
+
+scripts/setup-deps.sh
+cmake -S . -B build -G Ninja -DQDM_BENCH=OFF >/dev/null
+cmake --build build --target qdmhost qdmsim qdmp_EMULEX_FC   # the demo needs no tests
+
+out=$PWD/build/fleet-demo
+fleet=$(mktemp -d /tmp/fleet-demo.XXXXXX)
+trap 'scripts/fleet-sim.sh stop "$fleet"; rm -rf "$fleet"' EXIT
+export ANSIBLE_COLLECTIONS_PATH=$PWD/ansible ANSIBLE_HOME=$fleet/ansible ANSIBLE_LOCAL_TEMP=$fleet/ansible/tmp \
+    ANSIBLE_RETRY_FILES_ENABLED=0 ANSIBLE_FORKS=8
+heading() { printf '\n\033[1m==== %s ====\033[0m\n\n' "$*"; }
+# Playbooks report failed servers with a non-zero status: the demo goes on.
+play() { demo_run ansible-playbook -i "$fleet/inventory.ini" "$@" || echo "ansible-playbook exit code: $?"; }
+
+heading "1. Eight simulated servers, each in its own sandbox with sshd on 127.0.0.1"
+demo_run scripts/fleet-sim.sh start 8 "$fleet"
+sed -n '/^# Roles by index/,/^$/p' scripts/fleet-sim.sh | sed 's/^# \{0,1\}//'
+demo_run cat "$fleet/inventory.ini"
+
+heading "2. Fleet inventory: every server's adapters and versions, one document and one report"
+play velmora.fc.fleet_inventory -e "fleet_output_dir=$out/before"
+
+heading "3. Rolling update in batches of 2 (the hanging server is cut off after 20 s)"
+play velmora.fc.rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=20
+
+heading "4. Fleet inventory again"
+play velmora.fc.fleet_inventory -e "fleet_output_dir=$out/after"
+
+heading "5. The fleet report"
+echo "before the update: $out/before/fleet.html"
+echo "after the update:  $out/after/fleet.html"
+echo "open it in a browser, e.g. chromium $out/after/fleet.html"

@@ -1,0 +1,59 @@
+#!/usr/bin/python3
+"""usage: fleet_results.py servers FLEET_JSON FLEET_DIR | recap ANSIBLE_JSON
+servers: one line per server of the fleet document: its state, then per module kind the statuses of its ports;
+"MISMATCH" and the difference when a reported operating version is not the simulator's.
+recap: one line per host of an ansible-playbook run (json callback): changed, failed and unreachable counts and the
+exit name of each failed task."""
+import json, sys
+from pathlib import Path
+
+
+def simulator_versions(state):
+    """Operating versions by normalised WWPN and module kind, as the simulated server holds them."""
+    versions = {}
+    for adapter in state['adapters']:
+        for port in adapter['ports']:
+            wwpn = port['wwpn'].replace(':', '').upper()
+            versions[wwpn] = {'firm': adapter['firmware'], 'driver': state['driverVersion'],
+                              'util': state.get('utilityVersion')}
+    return versions
+
+
+def server_line(server, fleet_dir):
+    if server['state'] != 'ok':
+        return f"{server['name']} {server['state']}"
+    expected = simulator_versions(json.loads((fleet_dir / server['name'] / 'state.json').read_text()))
+    statuses, wrong = {}, []
+    for port in server['ports']:
+        for module in port['modules']:
+            statuses.setdefault(module['kind'], set()).add(module['status'])
+            want = expected.get(port['wwpn'], {}).get(module['kind'])
+            if module['operating'] != want:
+                wrong.append(f"{port['wwpn']}/{module['kind']}={module['operating']}!={want}")
+    line = ' '.join(f"{kind}:{'/'.join(sorted(statuses[kind]))}" for kind in ('firm', 'driver', 'util'))
+    return f"{server['name']} ok {line}" + (' MISMATCH ' + ' '.join(wrong) if wrong else '')
+
+
+def recap_lines(run):
+    failures = {}
+    for play in run['plays']:
+        for task in play['tasks']:
+            for host, result in task['hosts'].items():
+                if result.get('failed'):
+                    failures.setdefault(host, []).append(result.get('exit_name') or 'failed')
+    for host, stats in sorted(run['stats'].items()):
+        yield (f"{host} changed={stats['changed']} failed={stats['failures']} unreachable={stats['unreachable']}"
+               + ''.join(' ' + name for name in failures.get(host, [])))
+
+
+def main(command, *paths):
+    if command == 'servers':
+        fleet = json.loads(Path(paths[0]).read_text())
+        lines = [server_line(server, Path(paths[1])) for server in fleet['servers']]
+    else:
+        lines = recap_lines(json.loads(Path(paths[0]).read_text()))
+    print('\n'.join(sorted(lines)))
+
+
+if __name__ == '__main__':
+    main(*sys.argv[1:])
