@@ -49,7 +49,6 @@ class ParseOutput(unittest.TestCase):
             (0, '{"results": [', "bad-output", None),  # cut off
             (1, "", "bad-output", None),               # crashed before printing
             (0, "[1, 2]", "bad-output", None),         # JSON but not an object
-            (0, error(1, "internal-error"), "internal-error", None),  # an error object decides
         ]
         for code, stdout, name, reason in rows:
             with self.subTest(name=name, code=code):
@@ -59,8 +58,10 @@ class ParseOutput(unittest.TestCase):
                 self.assertIn(name, str(caught.exception))
 
     def test_accepted_exit_keeps_document_without_envelope(self):
-        answer = qdmhost.parse_output(5, doc(5, missingComponents=[]), "", accepted=(0, 5))
-        self.assertEqual(answer, qdmhost.Answer({"missingComponents": []}, dict(ENVELOPE, exitCode=5), 5, "refused"))
+        # A finding such as a refusing utility configuration may carry an error object too.
+        answer = qdmhost.parse_output(5, doc(5, missingComponents=[], error={"name": "refused"}), "", accepted=(0, 5))
+        self.assertEqual(answer, qdmhost.Answer({"missingComponents": [], "error": {"name": "refused"}},
+                                                dict(ENVELOPE, exitCode=5), 5, "refused"))
 
 
 class Run(unittest.TestCase):

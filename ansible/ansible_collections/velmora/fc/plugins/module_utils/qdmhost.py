@@ -102,7 +102,7 @@ def parse_output(returncode, stdout, stderr, accepted=(0,)):
     if not isinstance(document, dict):
         raise QdmhostError(BAD_OUTPUT, "the JSON on standard output is not an object", returncode)
     error = document.get("error") if isinstance(document.get("error"), dict) else {}
-    if returncode not in accepted or error:
+    if returncode not in accepted:
         name = str(error.get("name") or name)
         detail = error.get("message") or EXIT_CODES.get(returncode, ("", _excerpt(stderr)))[1]
         raise QdmhostError(name, detail, returncode, error.get("reason"), document)
