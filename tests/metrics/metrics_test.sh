@@ -11,7 +11,7 @@ cd "$(dirname "$0")/../.."
 source scripts/demo-server.sh
 work=$(mktemp -d "${TMPDIR:-/tmp}/qdmmetrics.XXXXXX")
 exporter=""
-trap '[[ -z $exporter ]] || kill "$exporter"; wait; rm -rf "$work"' EXIT
+trap 'set +e; [[ -z $exporter ]] || kill "$exporter"; wait; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
 export QDMHOST_VIRTUAL_TIME=1
 prom=$work/textfile/qdmhost.prom
@@ -61,10 +61,7 @@ exporter_port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0
 prometheus-node-exporter --web.listen-address="127.0.0.1:$exporter_port" --collector.disable-defaults \
     --collector.textfile --collector.textfile.directory="$work/textfile" 2>"$work/exporter.log" &
 exporter=$!
-for _ in $(seq 100); do
-    curl -sf "http://127.0.0.1:$exporter_port/metrics" >"$work/served" && break
-    sleep 0.1
-done
+for _ in $(seq 100); do curl -sf "http://127.0.0.1:$exporter_port/metrics" >"$work/served" && break; sleep 0.1; done
 grep -qx 'node_textfile_scrape_error 0' "$work/served" || fail "node_exporter: $(cat "$work/exporter.log")"
 # Every sample is served with the same name and labels (values may be formatted differently).
 samples() { grep '^qdmhost_' "$1" | sed 's/ [^ ]*$//' | sort; }
