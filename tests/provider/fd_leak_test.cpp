@@ -160,18 +160,17 @@ TEST_F(FdLeakTest, EveryOperationAndEarlyExitKeepsTheDescriptors) {
     CVendor* vendors[3] = {};
     for (int port = 0; port < 3; ++port) {
         CVendor* vendor = vendors[port] = Linked(port);  // the listing is read
-        EXPECT_EQ(vendor->GetModelKey(), kPorts[port].modelKey);
-        EXPECT_NE(Wwpn(vendor), "");
-        EXPECT_EQ(Version(vendor, "firm"), kPorts[port].firmware);  // the attributes are read...
-        EXPECT_EQ(Version(vendor, "driver"), "11.2.156.27");         // ...then cached
-        EXPECT_EQ(Version(vendor, "util"), "10.2.370.16");
-        EXPECT_EQ(vendor->CheckUpdateConditionByDevicevendor("util", nullptr), 0);
-        EXPECT_EQ(vendor->ExecOutputDeviceConfigInfo("", nullptr), 0);
+        // The attributes are read for the firmware, then cached for the driver.
+        EXPECT_EQ(Joined({vendor->GetModelKey(), Wwpn(vendor).empty(), Version(vendor, "firm"), Version(vendor, "driver"),
+                          Version(vendor, "util"), vendor->CheckUpdateConditionByDevicevendor("util", nullptr),
+                          vendor->ExecOutputDeviceConfigInfo("", nullptr)}),
+                  Joined({kPorts[port].modelKey, 0, kPorts[port].firmware, "11.2.156.27", "10.2.370.16", 0, 0}));
     }
     for (const auto& [port, package] : updates) EXPECT_EQ(Update(vendors[port], package), "") << package.archivePath;
-    EXPECT_EQ(vendors[k8G]->StartOutputDeviceConfigInfo("", nullptr), 0);
-    EXPECT_EQ(vendors[k8G]->EndOutputDeviceConfigInfo(root_ + "/", nullptr), 0);
-    EXPECT_TRUE(qdmtest::Exists(root_ + "/Emulex_FcConfigInfo.xml"));
+    EXPECT_EQ(Joined({vendors[k8G]->StartOutputDeviceConfigInfo("", nullptr),
+                      vendors[k8G]->EndOutputDeviceConfigInfo(root_ + "/", nullptr),
+                      qdmtest::Exists(root_ + "/Emulex_FcConfigInfo.xml")}),
+              "0 0 1");
     for (CVendor* vendor : vendors) EXPECT_TRUE(Release(vendor));
 
     // The early exits.

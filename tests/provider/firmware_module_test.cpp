@@ -110,10 +110,9 @@ TEST_F(FirmwareTest, FwUpdateOutcomes) {
 TEST_F(FirmwareTest, HostStepsOnTheSecondFunction) {
     CFC_EMULEX_16G_Firmware sixteen(kFunction1, kWwpn);
     Register(sixteen, "fcelx_16g", "11.4.204.20", root_ + "/missing.zip");
-    EXPECT_EQ(0, sixteen.ExecuteUpdateBackup("", false));
-    EXPECT_EQ(0, sixteen.ExecutePreUpdate(false));
-    EXPECT_EQ(0, sixteen.ExecuteUpdate(false));
-    EXPECT_EQ(0, sixteen.ExecuteUpdateRestore(""));  // nothing to delete
+    EXPECT_EQ(Joined({sixteen.ExecuteUpdateBackup("", false), sixteen.ExecutePreUpdate(false),
+                      sixteen.ExecuteUpdate(false), sixteen.ExecuteUpdateRestore("")}),  // nothing to delete
+              "0 0 0 0");
     EXPECT_TRUE(HasDebug("CheckPCIInfo is false. FwUpdate is skipped"));
     EXPECT_TRUE(
         HasDebug("CEMULEX_Firmware::CEMULEX_Firmware()  [" + std::string(kFunction1) + "] [" + kWwpn + "] [END]"));
@@ -130,16 +129,12 @@ TEST_F(FirmwareTest, HostStepsOnTheSecondFunction) {
     EXPECT_EQ((std::vector<std::string>{download + "/bios.prg]", download + "/fw.all]"}), Calls("Download"));
     EXPECT_EQ(2u, clock_->count(30000));  // each result is looked at after one poll
     qdmtest::SetFileAge(AttribCache(), 3610);  // the reading before the flash is over an hour old
-    EXPECT_FALSE(eight.ExecuteUpdateApplyCheck());
-    EXPECT_EQ("5.30a1", eight.GetBootBiosVersion());
-    EXPECT_TRUE(Messages().empty());
-    EXPECT_EQ(CModuleManager::STATUS_SUCCESS, eight.GetUpdateStatus());
+    EXPECT_EQ(Joined({eight.ExecuteUpdateApplyCheck(), eight.GetBootBiosVersion(), MessagesText(), eight.GetUpdateStatus()}),
+              Joined({0, "5.30a1", "", static_cast<int>(CModuleManager::STATUS_SUCCESS)}));
 
     const std::string dump = CEmulexCommon::GetDumpCacheFilePath(kFunction1);
     qdmtest::WriteFile(dump, "Port WWN: x\n");
-    EXPECT_EQ(0, eight.ExecuteUpdateRestore(""));
-    EXPECT_FALSE(qdmtest::Exists(dump));
-    EXPECT_FALSE(qdmtest::Exists(AttribCache()));
+    EXPECT_EQ(Joined({eight.ExecuteUpdateRestore(""), qdmtest::Exists(dump), qdmtest::Exists(AttribCache())}), "0 0 0");
 }
 
 // A failed flash is 0004 (last error 33); without the tool, 0013.
@@ -197,13 +192,13 @@ TEST_F(FirmwareTest, VersionsOfEachModel) {
     EXPECT_LT(sixteen.CheckVendorVersion("11.4.1.1", "11.2.156.27"), 0);
     EXPECT_TRUE(HasDebug("CFC_EMULEX_8G_Firmware::CheckVendorVersion() [" + std::string(kFunction0) + "] [" + kWwpn +
                          "] [1] [END]"));
-    EXPECT_EQ(0, eight.CheckVendorVersion("11.2.156.27", "11.4.1.1"));
-    EXPECT_EQ(0, sixteen.CheckVendorVersion("2.02a4", "2.02a5"));
-    EXPECT_EQ(30u, CEmulexCommon::GetLastError());
+    EXPECT_EQ(Joined({eight.CheckVendorVersion("11.2.156.27", "11.4.1.1"), sixteen.CheckVendorVersion("2.02a4", "2.02a5"),
+                      CEmulexCommon::GetLastError()}),
+              "0 0 30");
     // Boot BIOS: 8G wants its own form, 16G takes any.
-    EXPECT_EQ("5.12a2", eight.CheckBootBiosVersionFormat("5.12a2"));
-    EXPECT_EQ("abnormal", eight.CheckBootBiosVersionFormat("5.12"));
-    EXPECT_EQ("odd 1", sixteen.CheckBootBiosVersionFormat("odd 1"));
+    EXPECT_EQ(Joined({eight.CheckBootBiosVersionFormat("5.12a2"), eight.CheckBootBiosVersionFormat("5.12"),
+                      sixteen.CheckBootBiosVersionFormat("odd 1")}),
+              "5.12a2 abnormal odd 1");
 
     // From 25 to 84 % of an update the versions are the update's (or the
     // previous one's) without asking the adapter.
@@ -230,10 +225,9 @@ TEST_F(FirmwareTest, VersionsOfEachModel) {
 TEST_F(FirmwareTest, FailedReadDropsTheCacheForFirmwareButNotForBootBios) {
     qdmtest::WriteFile(AttribCache(), "HBA Attributes for x\nModel : LPe16002\n");
     CFC_EMULEX_16G_Firmware module(kFunction0, kWwpn);
-    EXPECT_EQ("abnormal", module.GetBootBiosVersion());
-    EXPECT_TRUE(qdmtest::Exists(AttribCache()));
-    EXPECT_EQ("abnormal", module.GetOperatingVersion());
-    EXPECT_FALSE(qdmtest::Exists(AttribCache()));
+    EXPECT_EQ(Joined({module.GetBootBiosVersion(), qdmtest::Exists(AttribCache()), module.GetOperatingVersion(),
+                      qdmtest::Exists(AttribCache())}),
+              "abnormal 1 abnormal 0");
     EXPECT_TRUE(HasDebug("CEMULEX_Firmware::GetOperatingVersion() GetHbaAttribData return:-1"));
 
     // Without a WWPN the firmware reader does not even try; the boot BIOS one does.
