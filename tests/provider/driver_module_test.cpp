@@ -116,19 +116,16 @@ TEST_F(DriverTest, UpdateInstallsTheOnePackageOfTheMachine) {
 
 TEST_F(DriverTest, ResultFileMarksTheUpdateDoneUntilTheNextBackup) {
     const std::string module = MakeModule("d.zip", {{"x64/FC/lpfc.rpm", "p"}});
-    EXPECT_EQ(0, driver_.Update("dev", module, &files_, false));
-    EXPECT_EQ(0, driver_.Update("dev", module, &files_, false));  // a second adapter in the same cycle
-    const std::string once = ReadFile(rpmLog_);
-    EXPECT_EQ(1, std::count(once.begin(), once.end(), '\n'));
-    EXPECT_EQ(0, driver_.UpdateBackup("", false));  // the next cycle installs again
-    EXPECT_FALSE(qdmtest::Exists(temp_ + "/temp_driver_fc.txt"));
-    EXPECT_EQ(0, driver_.Update("dev", module, &files_, false));
-    EXPECT_EQ(once + once, ReadFile(rpmLog_));
-
+    const std::string rpmRun = "-Uhv --oldpackage " + temp_ + "/tmp/x64/FC/lpfc.rpm\n";
+    // A second adapter in the same cycle installs nothing; the next cycle (after a backup) installs again.
+    EXPECT_EQ(Joined({driver_.Update("dev", module, &files_, false), driver_.Update("dev", module, &files_, false),
+                      ReadFile(rpmLog_), driver_.UpdateBackup("", false), qdmtest::Exists(temp_ + "/temp_driver_fc.txt"),
+                      driver_.Update("dev", module, &files_, false), ReadFile(rpmLog_)}),
+              Joined({0, 0, rpmRun, 0, 0, 0, rpmRun + rpmRun}));
     qdmtest::WriteFile(AttribCache(), "Driver Version : 11.2.156.27\n");
-    EXPECT_EQ(0, driver_.UpdateRestore(""));
-    EXPECT_FALSE(qdmtest::Exists(AttribCache()));
-    EXPECT_FALSE(qdmtest::Exists(temp_ + "/temp_driver_fc.txt"));
+    EXPECT_EQ(Joined({driver_.UpdateRestore(""), qdmtest::Exists(AttribCache()),
+                      qdmtest::Exists(temp_ + "/temp_driver_fc.txt")}),
+              "0 0 0");
 }
 
 TEST_F(DriverTest, VersionRules) {
