@@ -135,6 +135,11 @@ TEST_F(FdLeakTest, EveryOperationAndEarlyExitKeepsTheDescriptors) {
         {"listhbas", "hang", k16G, [this](CVendor*) { return Wwpn(Linked(k16G)).empty(); }},  // linked as it is killed
         {"HbaAttributes", "error", k16G, unreadable("firm")},
         {"HbaAttributes", "nokeys", k16G, unreadable("driver")},
+        // No cache folder for the attributes.
+        {"", "", k16G, [this, unreadable](CVendor* vendor) {
+             qdmtest::RemoveTree(cache_);
+             return unreadable("firm")(vendor);
+         }},
         {"", "", k16G, fails(truncated, "pre-update")},
         {"", "", k16G, fails(Package("firm", k16G, kNew, {"--missing", "firmware"}), "pre-update")},  // no image
         {"Download", "fail", k16G, fails(Package("firm", k16G, kNew), "pre-update")},
