@@ -12,15 +12,13 @@
 #include <vector>
 
 #include "Archive.h"
-#include "CEmulexCommon.h"
+#include "CommonFixture.h"
 #include "CommonInformation.h"
 #include "ModuleManager.h"
-#include "TestEnv.h"
 
 namespace moduletest {
 
-const char kHbacmd[] = "/usr/sbin/ocmanager/hbacmd";
-const char kWwpn[] = "10:00:00:00:c9:12:34:56";
+using namespace commontest;
 const char kLpfcConf[] = "/etc/depmod.d/elxlpfc.conf";
 const char kBe2netConf[] = "/etc/depmod.d/elxbe2net.conf";
 const char kBe2iscsiConf[] = "/etc/depmod.d/elxbe2iscsi.conf";
@@ -47,19 +45,16 @@ inline std::string FakeHbacmdBody(const std::string& state) {
            "esac\n";
 }
 
-class ModuleTest : public qdmtest::HostTest {
+class ModuleTest : public CommonTest {
 protected:
     void SetUp() override {
-        HostTest::SetUp();
+        CommonTest::SetUp();
         QDM_REQUIRE_SANDBOX();
         ready_ = true;
-        CEmulexCommon::SetLastError(0);
         CCommon_Information::SetArchitectureOverride("x86_64");
         state_ = root_ + "/fake";
         rpmLog_ = root_ + "/rpm.log";
         depmodLog_ = root_ + "/depmod.log";
-        oldPath_ = std::getenv("PATH");
-        ::setenv("PATH", (root_ + "/bin:" + oldPath_).c_str(), 1);
         qdmtest::WriteScript(kHbacmd, FakeHbacmdBody(state_));
         FakeRpm(0);
         FakeDepmod(0);
@@ -67,18 +62,12 @@ protected:
         SetAdapterVersions("11.2.156.27", "5.12a2");
     }
     void TearDown() override {
-        if (ready_) ::setenv("PATH", oldPath_.c_str(), 1);
         if (ready_) Remove({kHbacmd, kLpfcConf, kBe2netConf, kBe2iscsiConf, kDiscConfig, kRmConfig});
-        HostTest::TearDown();
+        CommonTest::TearDown();
     }
 
     static void Remove(const std::vector<std::string>& paths) {
         for (const std::string& path : paths) qdmtest::RemoveTree(path);
-    }
-    // A fresh start for one table row: no captured lines, no last error.
-    static void Fresh(unsigned long lastError = 0) {
-        CTraceUtility::ClearCapture();
-        CEmulexCommon::SetLastError(lastError);
     }
     // A program found through PATH.
     void Fake(const std::string& name, const std::string& body) { qdmtest::WriteScript(root_ + "/bin/" + name, body); }
@@ -117,13 +106,8 @@ protected:
     }
     // A step's result, the last error and each operator message with its
     // inserts, as one line: "1 29 MSGID_EMULEX_FC_0005_F driv 1d".
-    std::string Outcome(long result) const {
-        std::string text = std::to_string(result) + " " + std::to_string(CEmulexCommon::GetLastError());
-        for (const auto& message : Messages()) {
-            text += " " + message.id;
-            for (const std::string& insert : message.inserts) text += " " + insert;
-        }
-        return text;
+    std::string StepOutcome(long result) const {
+        return std::to_string(result) + " " + std::to_string(CEmulexCommon::GetLastError()) + MessagesText();
     }
     // True when these lines were written one right after another.
     bool HasDebugRun(const std::vector<std::string>& lines) const {
@@ -142,7 +126,6 @@ protected:
 
 private:
     bool ready_ = false;
-    std::string oldPath_;
 };
 
 }  // namespace moduletest

@@ -5,19 +5,17 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <algorithm>
-
-#include "CEmulexCommon.h"
 #include "CFC_EMULEX_Vendor.h"
+#include "CommonFixture.h"
 #include "HostSys.h"
-#include "TestEnv.h"
 
 namespace vendortest {
 
-const char kHbacmd[] = "/usr/sbin/ocmanager/hbacmd";
+using namespace commontest;
+
+const std::string kFixedTemp = "/opt/velmora/qdm/provider/tmp/EMULEX/temp";
 // Bus 3, device 0, function 1: the listing numbers it as function 1.
 const char kDeviceId[] = "0000:03:00.1-PCI\\VEN_10DF&DEV_F100&SUBSYS_F10010DF";
-const char kWwpn[] = "10:00:00:00:c9:12:34:56";
 
 // One port as the adapter tool lists it (values from column 17).
 inline std::string Listing(const std::string& wwpn, const std::string& bus = "3", const std::string& function = "1") {
@@ -41,13 +39,12 @@ public:
 
 // The provider is also reached through its loaded library, as the host does;
 // the factory's console lines are kept in shown_.
-class VendorTest : public qdmtest::HostTest {
+class VendorTest : public CommonTest {
 protected:
     void SetUp() override {
-        HostTest::SetUp();
+        CommonTest::SetUp();
         QDM_REQUIRE_SANDBOX();
-        CEmulexCommon::SetLastError(0);
-        runs_ = root_ + "/hbacmd_runs";
+        qdmtest::WriteFile(kFixedTemp + "/.keep", "");  // the provider's own work folder, outside root_
         static void* library = ::dlopen(QDM_PROVIDER_LIBRARY, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(library, nullptr) << ::dlerror();
         factory_ = reinterpret_cast<void* (*)(const char*, const char*)>(::dlsym(library, "GetVendorFactory"));
@@ -59,7 +56,7 @@ protected:
     void TearDown() override {
         qdmhost::SetShowMessageSink({});
         ::unlink(kHbacmd);
-        HostTest::TearDown();
+        CommonTest::TearDown();
     }
     // The fake tool prints `listing` for "listhbas", logging each such run as a line.
     void InstallHbacmd(const std::string& listing) {
@@ -67,13 +64,8 @@ protected:
         qdmtest::WriteScript(kHbacmd, "case \"$1\" in listhbas) echo >> '" + runs_ + "'; cat '" + root_ +
                                           "/listing.txt';; esac\n");
     }
-    int HbacmdRuns() const {
-        const std::string log = qdmtest::ReadFile(runs_);
-        return std::count(log.begin(), log.end(), '\n');
-    }
     std::string ListPath() const { return cache_ + "/Listhbas.txt"; }
 
-    std::string runs_;
     void* (*factory_)(const char*, const char*) = nullptr;
     void (*release_)(void*) = nullptr;
     std::vector<std::string> shown_;

@@ -1,6 +1,5 @@
 // Running an update tool, judging its result, and the version texts that
 // decide whether an update is due.
-#include <string>
 
 #include "CommonFixture.h"
 #include "HostSys.h"
@@ -92,19 +91,19 @@ TEST_F(CommonTest, CheckUpdateResultWaitsForTheEndThenLooksForSuccess) {
 // Both comparisons: -1 when the first is newer, 1 when older; a malformed
 // side gives 0, error 30 and one 0019 message carrying "1e".
 TEST_F(CommonTest, VersionComparisons) {
-    const std::string bad = "0 e30 MSGID_EMULEX_FC_0019_F 1e;";
+    const std::string bad = "0 e30 MSGID_EMULEX_FC_0019_F 1e";
     struct Row { bool firmware; const char *version1, *version2; std::string outcome; } rows[] = {
-        {false, "1.2.3.4", "1.2.3.5", "1 e0 "}, {false, "1.2.3.4", "1.2.3.4", "0 e0 "},
-        {false, "1.0.10.0", "1.0.9.0", "-1 e0 "},  // numeric, not text order
-        {false, "2.0.0.0", "1.9.9.9", "-1 e0 "},   // the first differing segment decides
+        {false, "1.2.3.4", "1.2.3.5", "1 e0"}, {false, "1.2.3.4", "1.2.3.4", "0 e0"},
+        {false, "1.0.10.0", "1.0.9.0", "-1 e0"},  // numeric, not text order
+        {false, "2.0.0.0", "1.9.9.9", "-1 e0"},   // the first differing segment decides
         {false, "1.2.3", "1.2.3.4", bad}, {false, "1.2.3.4", "1.2.3.4a", bad}, {false, "1.2.3.4", "1..3.4", bad},
-        {true, "2.02a4", "2.02a5", "1 e0 "}, {true, "2.02a4", "2.2a4", "0 e0 "},  // numbers, not texts
-        {true, "2.10a1", "2.02a9", "-1 e0 "},  // minor before letters and build
-        {true, "3.00a1", "2.99z9", "-1 e0 "},  // major first
-        {true, "3.00abc07", "3.0abc8", "1 e0 "}, {true, "2.10A12", "2.10A9", "-1 e0 "},
+        {true, "2.02a4", "2.02a5", "1 e0"}, {true, "2.02a4", "2.2a4", "0 e0"},  // numbers, not texts
+        {true, "2.10a1", "2.02a9", "-1 e0"},  // minor before letters and build
+        {true, "3.00a1", "2.99z9", "-1 e0"},  // major first
+        {true, "3.00abc07", "3.0abc8", "1 e0"}, {true, "2.10A12", "2.10A9", "-1 e0"},
         // Letters: the raw difference of the first differing bytes, the end counting as 0; upper case first.
-        {true, "2.02a9", "2.02c1", "2 e0 "}, {true, "2.02A9", "2.02a1", "32 e0 "},
-        {true, "2.02a9", "2.02ab1", "98 e0 "}, {true, "2.02ab9", "2.02a1", "-98 e0 "},
+        {true, "2.02a9", "2.02c1", "2 e0"}, {true, "2.02A9", "2.02a1", "32 e0"},
+        {true, "2.02a9", "2.02ab1", "98 e0"}, {true, "2.02ab9", "2.02a1", "-98 e0"},
         // Malformed: no letter group, then neither digit nor letter, tail not all digits, three parts, no
         // build, no major digits, no minor digits, a dash behind the letters, empty parts, a high byte.
         {true, "2.02", "2.02a4", bad}, {true, "2.02a4", "2.02-4", bad}, {true, "2.02a4", "2.02a4b", bad},
@@ -116,7 +115,7 @@ TEST_F(CommonTest, VersionComparisons) {
         NextRow();
         const int result = row.firmware ? CEmulexCommon::CheckVendorVersionFCFirmware(row.version1, row.version2)
                                         : CEmulexCommon::CheckVendorVersion4SegNormal(row.version1, row.version2);
-        EXPECT_EQ(row.outcome, Outcome(result) + " " + MessagesText()) << row.version1 << " vs " << row.version2;
+        EXPECT_EQ(row.outcome, Outcome(result) + MessagesText()) << row.version1 << " vs " << row.version2;
         const std::string function = row.firmware ? "CheckVendorVersionFCFirmware" : "CheckVendorVersion4SegNormal";
         EXPECT_TRUE(HasDebug("CEmulexCommon::" + function + "() [END] Return=[" + std::to_string(result) + "]"));
     }
@@ -130,7 +129,7 @@ TEST_F(CommonTest, VersionComparisons) {
                                         std::to_string(build));
     EXPECT_TRUE(CEmulexCommon::CheckVersionFCFirmwareFormat("2.10A12"));
     EXPECT_FALSE(CEmulexCommon::CheckVersionFCFirmwareFormat("2.02"));
-    EXPECT_EQ("0 e0 ", Outcome(0) + " " + MessagesText());
+    EXPECT_EQ("0 e0", Outcome(0) + MessagesText());
 
     // Dust cut from the fourth segment only; other forms are returned unchanged, not even trimmed.
     const std::pair<const char*, const char*> cleaned[] = {

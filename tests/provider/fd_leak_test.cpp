@@ -42,7 +42,6 @@ protected:
         if (IsSkipped()) return;
         folder_ = qdmtest::MakeTempDir("fdleak");
         ASSERT_FALSE(qdmtest::InstallSimulator(folder_, qdmtest::DemoState()).empty());
-        std::filesystem::create_directories("/opt/velmora/qdm/provider/tmp/EMULEX/temp");
     }
     void TearDown() override {
         while (!built_.empty()) Release(built_.front());
@@ -121,8 +120,6 @@ TEST_F(FdLeakTest, EveryOperationAndEarlyExitKeepsTheDescriptors) {
     const std::pair<int, CManageRepositoryInfo> updates[] = {
         {k8G, Package("util", k8G, kNew)}, {k8G, Package("firm", k8G, "2.02a5")},
         {k8G, Package("driver", k8G, kNew)}, {k16G, Package("firm", k16G, kNew)}};
-    const CManageRepositoryInfo notAZip = {"fcelx_16g", "firm", kNew, folder_ + "/not-a-zip.zip"};
-    qdmtest::WriteFile(notAZip.archivePath, "this is no zip archive\n");
     const CManageRepositoryInfo truncated = Package("firm", k16G, kNew);
     std::filesystem::resize_file(truncated.archivePath, std::filesystem::file_size(truncated.archivePath) / 2);
     CManageRepositoryInfo otherVersion = Package("firm", k16G, kNew);
@@ -138,13 +135,11 @@ TEST_F(FdLeakTest, EveryOperationAndEarlyExitKeepsTheDescriptors) {
         {"listhbas", "hang", k16G, [this](CVendor*) { return Wwpn(Linked(k16G)).empty(); }},  // linked as it is killed
         {"HbaAttributes", "error", k16G, unreadable("firm")},
         {"HbaAttributes", "nokeys", k16G, unreadable("driver")},
-        {"version", "error", k16G, unreadable("util")},
         // No cache folder for the attributes.
         {"", "", k16G, [this, unreadable](CVendor* vendor) {
              qdmtest::RemoveTree(cache_);
              return unreadable("firm")(vendor);
          }},
-        {"", "", k16G, fails(notAZip, "pre-update")},
         {"", "", k16G, fails(truncated, "pre-update")},
         {"", "", k16G, fails(Package("firm", k16G, kNew, {"--missing", "firmware"}), "pre-update")},  // no image
         {"Download", "fail", k16G, fails(Package("firm", k16G, kNew), "pre-update")},
@@ -170,18 +165,17 @@ TEST_F(FdLeakTest, EveryOperationAndEarlyExitKeepsTheDescriptors) {
     CVendor* vendors[3] = {};
     for (int port = 0; port < 3; ++port) {
         CVendor* vendor = vendors[port] = Linked(port);  // the listing is read
-        EXPECT_EQ(vendor->GetModelKey(), kPorts[port].modelKey);
-        EXPECT_NE(Wwpn(vendor), "");
-        EXPECT_EQ(Version(vendor, "firm"), kPorts[port].firmware);  // the attributes are read...
-        EXPECT_EQ(Version(vendor, "driver"), "11.2.156.27");         // ...then cached
-        EXPECT_EQ(Version(vendor, "util"), "10.2.370.16");
-        EXPECT_EQ(vendor->CheckUpdateConditionByDevicevendor("util", nullptr), 0);
-        EXPECT_EQ(vendor->ExecOutputDeviceConfigInfo("", nullptr), 0);
+        // The attributes are read for the firmware, then cached for the driver.
+        EXPECT_EQ(Joined({vendor->GetModelKey(), Wwpn(vendor).empty(), Version(vendor, "firm"), Version(vendor, "driver"),
+                          Version(vendor, "util"), vendor->CheckUpdateConditionByDevicevendor("util", nullptr),
+                          vendor->ExecOutputDeviceConfigInfo("", nullptr)}),
+                  Joined({kPorts[port].modelKey, 0, kPorts[port].firmware, "11.2.156.27", "10.2.370.16", 0, 0}));
     }
     for (const auto& [port, package] : updates) EXPECT_EQ(Update(vendors[port], package), "") << package.archivePath;
-    EXPECT_EQ(vendors[k8G]->StartOutputDeviceConfigInfo("", nullptr), 0);
-    EXPECT_EQ(vendors[k8G]->EndOutputDeviceConfigInfo(root_ + "/", nullptr), 0);
-    EXPECT_TRUE(qdmtest::Exists(root_ + "/Emulex_FcConfigInfo.xml"));
+    EXPECT_EQ(Joined({vendors[k8G]->StartOutputDeviceConfigInfo("", nullptr),
+                      vendors[k8G]->EndOutputDeviceConfigInfo(root_ + "/", nullptr),
+                      qdmtest::Exists(root_ + "/Emulex_FcConfigInfo.xml")}),
+              "0 0 1");
     for (CVendor* vendor : vendors) EXPECT_TRUE(Release(vendor));
 
     // The early exits.

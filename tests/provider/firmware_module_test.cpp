@@ -1,9 +1,5 @@
 // Firmware and boot BIOS modules against the fake adapter tool: image choice,
 // the download command and its retries, versions and the host's steps.
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <sstream>
 
 #include "CFC_EMULEX_16G_Firmware.h"
 #include "CFC_EMULEX_8G_Firmware.h"
@@ -54,7 +50,6 @@ TEST_F(FirmwareTest, FwUpdateOutcomes) {
         // 8G: the boot BIOS search comes first and ends the trace with the short exit line.
         {"fcelx_8g1p", {{"fw.all", k8GImage}}, 0, false, "0 29",
          {find + "not bios file.", "CEMULEX_Firmware::FwUpdate() [END]"}, 0},
-        {"fcelx_8g1p", {{"bios.prg", kBiosImage}}, 0, false, "0 29", {find + "not firmware file."}, 0},
         // An unknown module writes both failures and both exit lines.
         {"fcelx_unknown", fw, 0, false, "0 29",
          {"No such unique name.", "CEMULEX_Firmware::FwUpdate() [END]", find + "not firmware file.",
@@ -91,13 +86,13 @@ TEST_F(FirmwareTest, FwUpdateOutcomes) {
         qdmtest::WriteFile(WorkFolder() + "/stale.grp", "left over");  // cleared before unpacking
         if (row.pin) qdmtest::WriteFile(state_ + "/pin", "");
         FailNextDownloads(row.failures);
-        Fresh();
+        NextRow();
         const size_t pausesBefore = clock_->count(1000);
         CFC_EMULEX_16G_Firmware module(row.device, row.wwpn);
         module.SetUniqueName(row.uniqueName);
         // A tar archive: zip readers take a backslash in a name for a folder.
         ASSERT_TRUE(qdmtest::MakeTar(root_ + "/m.zip", row.entries));
-        EXPECT_EQ(row.outcome, Outcome(module.FwUpdate(root_ + "/m.zip", WorkFolder(), kHbacmd, &files_, false)));
+        EXPECT_EQ(row.outcome, StepOutcome(module.FwUpdate(root_ + "/m.zip", WorkFolder(), kHbacmd, &files_, false)));
         ASSERT_TRUE(!row.pin || std::system(("umount '" + WorkFolder() + "/pinned'").c_str()) == 0);
         EXPECT_TRUE(HasDebugRun(row.debug)) << row.debug.front();
         // One argument per word, however the image is named.
@@ -115,10 +110,9 @@ TEST_F(FirmwareTest, FwUpdateOutcomes) {
 TEST_F(FirmwareTest, HostStepsOnTheSecondFunction) {
     CFC_EMULEX_16G_Firmware sixteen(kFunction1, kWwpn);
     Register(sixteen, "fcelx_16g", "11.4.204.20", root_ + "/missing.zip");
-    EXPECT_EQ(0, sixteen.ExecuteUpdateBackup("", false));
-    EXPECT_EQ(0, sixteen.ExecutePreUpdate(false));
-    EXPECT_EQ(0, sixteen.ExecuteUpdate(false));
-    EXPECT_EQ(0, sixteen.ExecuteUpdateRestore(""));  // nothing to delete
+    EXPECT_EQ(Joined({sixteen.ExecuteUpdateBackup("", false), sixteen.ExecutePreUpdate(false),
+                      sixteen.ExecuteUpdate(false), sixteen.ExecuteUpdateRestore("")}),  // nothing to delete
+              "0 0 0 0");
     EXPECT_TRUE(HasDebug("CheckPCIInfo is false. FwUpdate is skipped"));
     EXPECT_TRUE(
         HasDebug("CEMULEX_Firmware::CEMULEX_Firmware()  [" + std::string(kFunction1) + "] [" + kWwpn + "] [END]"));
@@ -135,29 +129,25 @@ TEST_F(FirmwareTest, HostStepsOnTheSecondFunction) {
     EXPECT_EQ((std::vector<std::string>{download + "/bios.prg]", download + "/fw.all]"}), Calls("Download"));
     EXPECT_EQ(2u, clock_->count(30000));  // each result is looked at after one poll
     qdmtest::SetFileAge(AttribCache(), 3610);  // the reading before the flash is over an hour old
-    EXPECT_FALSE(eight.ExecuteUpdateApplyCheck());
-    EXPECT_EQ("5.30a1", eight.GetBootBiosVersion());
-    EXPECT_TRUE(Messages().empty());
-    EXPECT_EQ(CModuleManager::STATUS_SUCCESS, eight.GetUpdateStatus());
+    EXPECT_EQ(Joined({eight.ExecuteUpdateApplyCheck(), eight.GetBootBiosVersion(), MessagesText(), eight.GetUpdateStatus()}),
+              Joined({0, "5.30a1", "", static_cast<int>(CModuleManager::STATUS_SUCCESS)}));
 
     const std::string dump = CEmulexCommon::GetDumpCacheFilePath(kFunction1);
     qdmtest::WriteFile(dump, "Port WWN: x\n");
-    EXPECT_EQ(0, eight.ExecuteUpdateRestore(""));
-    EXPECT_FALSE(qdmtest::Exists(dump));
-    EXPECT_FALSE(qdmtest::Exists(AttribCache()));
+    EXPECT_EQ(Joined({eight.ExecuteUpdateRestore(""), qdmtest::Exists(dump), qdmtest::Exists(AttribCache())}), "0 0 0");
 }
 
 // A failed flash is 0004 (last error 33); without the tool, 0013.
 TEST_F(FirmwareTest, PreUpdateFailuresAreReportedWithTheirMessages) {
     CFC_EMULEX_16G_Firmware module(kFunction0, kWwpn);
     Register(module, "fcelx_16g", "", root_ + "/missing.zip");
-    EXPECT_EQ("1 33 MSGID_EMULEX_FC_0004_F firm 21", Outcome(module.ExecutePreUpdate(false)));
+    EXPECT_EQ("1 33 MSGID_EMULEX_FC_0004_F firm 21", StepOutcome(module.ExecutePreUpdate(false)));
     EXPECT_TRUE(HasDebug("Failed to open file(" + root_ + "/missing.zip)."));
 
     ::unlink(kHbacmd);
-    Fresh();
+    NextRow();
     EXPECT_EQ("1 11 MSGID_EMULEX_FC_0013_F firm b Emulex fc One Command Manager",
-              Outcome(module.ExecutePreUpdate(false)));
+              StepOutcome(module.ExecutePreUpdate(false)));
     EXPECT_TRUE(HasDebugRun({"Failed to get One Command Manager Install Path",
                              "CEMULEX_Firmware::CEMULEX_Firmware() [" + std::string(kFunction0) + "] [" + kWwpn +
                                  "] [END]"}));
@@ -182,18 +172,14 @@ TEST_F(FirmwareTest, VersionsOfEachModel) {
     // complaint: a debug line that must be written, or ""
     struct Row { bool eight; const char* raw; const char* expected; std::string complaint; };
     const Row rows[] = {
-        {true, " 2.02a4 (U3D2.02A4)", "2.02a4", ""},  // note dropped, then trimmed
-        {true, "2.02a4(x(y))", "2.02a4", ""},         // cut at the first "("
+        {true, " 2.02a4(x(y))", "2.02a4", ""},  // cut at the first "(", then trimmed
         {true, "", "abnormal", "CFC_EMULEX_8G_Firmware::FormatVersionString() Version empty []"},
         // Empty only after the cut: judged by the format check, not as empty.
         {true, "(U3D2.02A4)", "abnormal", bad8 + "]"},
-        {true, "2.02", "abnormal", bad8 + "2.02]"},
         {true, "11.2.156.27", "abnormal", bad8 + "11.2.156.27]"},
         {false, "  11.2.156.27 ", "11.2.156.27", ""},
-        {false, "4.1.334.0a", "4.1.334.0", ""},
         {false, "11.2.156.27 (build 12)", "11.2.156.27", ""},  // the note is the fourth segment's dust
         {false, "2.02a4", "abnormal", bad16 + "2.02a4]"},
-        {false, "", "abnormal", bad16 + "]"},
     };
     CFC_EMULEX_8G_Firmware eight(kFunction0, kWwpn);
     CFC_EMULEX_16G_Firmware sixteen(kFunction0, kWwpn);
@@ -202,19 +188,17 @@ TEST_F(FirmwareTest, VersionsOfEachModel) {
         EXPECT_EQ(row.expected, row.eight ? eight.FormatVersionString(row.raw) : sixteen.FormatVersionString(row.raw));
         EXPECT_TRUE(row.complaint.empty() || HasDebug(row.complaint)) << row.raw;
     }
-    for (const char* newer : {"2.02a5", "2.02b1", "2.10a1", "3.00a0"})
-        EXPECT_GT(eight.CheckVendorVersion("2.02a4", newer), 0) << newer;
+    EXPECT_GT(eight.CheckVendorVersion("2.02a4", "2.10a1"), 0);
     EXPECT_LT(sixteen.CheckVendorVersion("11.4.1.1", "11.2.156.27"), 0);
     EXPECT_TRUE(HasDebug("CFC_EMULEX_8G_Firmware::CheckVendorVersion() [" + std::string(kFunction0) + "] [" + kWwpn +
                          "] [1] [END]"));
-    EXPECT_EQ(0, eight.CheckVendorVersion("11.2.156.27", "11.4.1.1"));
-    EXPECT_EQ(0, sixteen.CheckVendorVersion("2.02a4", "2.02a5"));
-    EXPECT_EQ(30u, CEmulexCommon::GetLastError());
+    EXPECT_EQ(Joined({eight.CheckVendorVersion("11.2.156.27", "11.4.1.1"), sixteen.CheckVendorVersion("2.02a4", "2.02a5"),
+                      CEmulexCommon::GetLastError()}),
+              "0 0 30");
     // Boot BIOS: 8G wants its own form, 16G takes any.
-    EXPECT_EQ("5.12a2", eight.CheckBootBiosVersionFormat("5.12a2"));
-    EXPECT_EQ("abnormal", eight.CheckBootBiosVersionFormat("5.12"));
-    EXPECT_EQ("abnormal", eight.CheckBootBiosVersionFormat(""));
-    EXPECT_EQ("odd 1", sixteen.CheckBootBiosVersionFormat("odd 1"));
+    EXPECT_EQ(Joined({eight.CheckBootBiosVersionFormat("5.12a2"), eight.CheckBootBiosVersionFormat("5.12"),
+                      sixteen.CheckBootBiosVersionFormat("odd 1")}),
+              "5.12a2 abnormal odd 1");
 
     // From 25 to 84 % of an update the versions are the update's (or the
     // previous one's) without asking the adapter.
@@ -241,10 +225,9 @@ TEST_F(FirmwareTest, VersionsOfEachModel) {
 TEST_F(FirmwareTest, FailedReadDropsTheCacheForFirmwareButNotForBootBios) {
     qdmtest::WriteFile(AttribCache(), "HBA Attributes for x\nModel : LPe16002\n");
     CFC_EMULEX_16G_Firmware module(kFunction0, kWwpn);
-    EXPECT_EQ("abnormal", module.GetBootBiosVersion());
-    EXPECT_TRUE(qdmtest::Exists(AttribCache()));
-    EXPECT_EQ("abnormal", module.GetOperatingVersion());
-    EXPECT_FALSE(qdmtest::Exists(AttribCache()));
+    EXPECT_EQ(Joined({module.GetBootBiosVersion(), qdmtest::Exists(AttribCache()), module.GetOperatingVersion(),
+                      qdmtest::Exists(AttribCache())}),
+              "abnormal 1 abnormal 0");
     EXPECT_TRUE(HasDebug("CEMULEX_Firmware::GetOperatingVersion() GetHbaAttribData return:-1"));
 
     // Without a WWPN the firmware reader does not even try; the boot BIOS one does.

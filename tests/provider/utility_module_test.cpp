@@ -1,6 +1,5 @@
 // The utility module: its configuration check, install and upgrade through
 // the package's scripts, and the version read through the one-hour cache.
-#include <gtest/gtest.h>
 
 #include "CEMULEX_OCM_Utility.h"
 #include "ModuleFakes.h"
@@ -79,7 +78,7 @@ TEST_F(UtilityTest, ConfigurationCheck) {
         if (row.disc) qdmtest::WriteFile(kDiscConfig, row.disc);
         qdmtest::WriteFile(kRmConfig, row.rm);
         qdmtest::WriteFile(root_ + "/rpm-qa.txt", row.listing ? row.listing : "");
-        Fresh();
+        NextRow();
         EXPECT_EQ(row.ok, utility_.OCMInstallCheck());
         EXPECT_TRUE(HasDebug(row.debug));
         EXPECT_FALSE(*row.absent && HasDebugContaining(row.absent));
@@ -133,9 +132,9 @@ TEST_F(UtilityTest, UpdateRunsUninstallThenQuietInstall) {
         if (!row.before.empty()) qdmtest::WriteFile(temp_ + "/" + row.before, "");
         if (row.chmodFails) Fake("chmod", "exit 1\n");
         CCommon_Information::SetArchitectureOverride(row.machine);
-        Fresh(5);
+        NextRow(5);
         const size_t polls = clock_->count(30000);
-        EXPECT_EQ(row.outcome, Outcome(utility_.PreUpdate("dev", MakeModule("u.zip", row.entries), &files_, false)));
+        EXPECT_EQ(row.outcome, StepOutcome(utility_.PreUpdate("dev", MakeModule("u.zip", row.entries), &files_, false)));
         EXPECT_TRUE(row.debug.empty() || HasDebug(row.debug));
         const std::string failed = "Failed to update(ocm)(" + std::to_string(CEmulexCommon::GetLastError()) + ").";
         EXPECT_EQ(row.outcome[0] == '1', HasDebug(failed));
@@ -178,12 +177,10 @@ TEST_F(UtilityTest, VersionCacheIsReusedForLessThanAnHour) {
 
 TEST_F(UtilityTest, VersionLineRules) {
     const std::pair<const char*, const char*> rows[] = {
-        {"Command Line Interface Version: 10.2.370.16 (build)\n", "10.2.370.16"},  // after the first ":", before "("
-        {"\nOne Command Manager\nCLI: x\nCommand Line Interface: 11.0.1.2\n", "11.0.1.2"},
+        {"\nOne Command Manager\nCLI: x\nCommand Line Interface: 11.0.1.2\n", "11.0.1.2"},  // after the first ":"
         {"Command Line Interface: 1.2.3.4\nCommand Line Interface: 5.6.7.8\n", "1.2.3.4"},  // the first such line
         {"Command Line Interface Version: 10.2.370.16b\n", "10.2.370.16"},  // dust after the last segment
         {"Command Line Interface Version 10.2.370.16\n", "abnormal"},  // no colon
-        {"Version: 10.2.370.16\n", "abnormal"},
         {"Command Line Interface Version: 10.2.370 (build)\n", "abnormal"},
     };
     for (const auto& row : rows) {

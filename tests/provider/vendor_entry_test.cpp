@@ -1,8 +1,5 @@
 // The library's entry points as the host reaches them, and the binary
 // interface it relies on: the virtual slot order of vendors and modules.
-#include <gtest/gtest.h>
-
-#include <dlfcn.h>
 
 #include <atomic>
 #include <cstring>

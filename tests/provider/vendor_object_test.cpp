@@ -1,7 +1,6 @@
 // The vendor object of one port: WWPN lookup and its adapter-list age rule,
 // identity answers, update order and condition, the three models and their
 // linking, the configuration report and the operations' trace lines.
-#include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
@@ -20,9 +19,9 @@ using namespace vendortest;
 
 namespace {
 
-using Strings = std::vector<std::string>;
 using Pairs = std::list<std::pair<std::string, std::string>>;
-const Strings kToolMissing = {"vendor", "b", "Emulex", "FC", "One Command Manager"};
+// The inserts of a message about the missing adapter tool.
+const std::string kToolMissing = " vendor b Emulex FC One Command Manager";
 const std::string kLspciLine = "03:00.0 \"0c04\" \"10DF\" \"F100\" -r03 \"10DF\" \"F100\"";
 const char kFullKey[] = "fcelx_8g2p_10df_f100_10df_f100";
 
@@ -53,17 +52,10 @@ protected:
     void SetUp() override {
         VendorTest::SetUp();
         if (IsSkipped()) return;
-        qdmtest::WriteFile("/opt/velmora/qdm/provider/tmp/EMULEX/temp/.keep", "");  // where the 4ids file goes
-        savedPath_ = std::getenv("PATH");
-        ::setenv("PATH", (root_ + "/bin:" + savedPath_).c_str(), 1);
         InstallLspci("echo '" + kLspciLine + "'\n");
         CFC_EMULEX_Vendor::stGenFC.clear();
         CFC_EMULEX_Vendor::stVerFC.clear();
         qdmtest::WriteFile(root_ + "/report/.keep", "");
-    }
-    void TearDown() override {
-        if (!savedPath_.empty()) ::setenv("PATH", savedPath_.c_str(), 1);
-        VendorTest::TearDown();
     }
     // The fake lspci records its arguments, then runs `body`.
     void InstallLspci(const std::string& body) {
@@ -75,15 +67,13 @@ protected:
         return -1;
     }
     std::string Report() const { return qdmtest::ReadFile(root_ + "/report/Emulex_FcConfigInfo.xml"); }
-
-    std::string savedPath_;
 };
 
 }  // namespace
 
 TEST_F(ObjectTest, AdapterListIsRefreshedOnceAnHourOldAndTheWwpnKept) {
     const long kMissing = 1L << 40;
-    const struct { long ageSeconds; int runs; const char* wwpn; } rows[] = {
+    const struct { long ageSeconds; size_t runs; const char* wwpn; } rows[] = {
         {3599, 0, "10:00:00:00:c9:00:00:01"},  // just under an hour: the list on disk is reused
         {3600, 1, kWwpn},                      // one hour: refreshed
         {kMissing, 1, kWwpn},
@@ -99,39 +89,35 @@ TEST_F(ObjectTest, AdapterListIsRefreshedOnceAnHourOldAndTheWwpnKept) {
             qdmtest::SetFileAge(ListPath(), row.ageSeconds);
         }
         TestVendor vendor(kDeviceId);
-        EXPECT_EQ(vendor.GetWWPNOriginal(), row.wwpn);
-        EXPECT_EQ(HbacmdRuns(), row.runs);
+        EXPECT_EQ(Joined({vendor.GetWWPNOriginal(), Runs()}), Joined({row.wwpn, row.runs}));
         qdmtest::RemoveTree(ListPath());
         qdmtest::RemoveTree(runs_);
         CTraceUtility::ClearCapture();
-        EXPECT_EQ(vendor.GetWWPNOriginal(), row.wwpn);  // cached: no command runs, no file is read
-        EXPECT_FALSE(qdmtest::Exists(runs_) || qdmtest::Exists(ListPath()));
-        const std::string line = Debug().size() == 1 ? std::to_string(Debug()[0].level) + " " + Debug()[0].text : "";
-        EXPECT_EQ(line, "4 CFC_EMULEX_Vendor::GetWWPNOriginal() [END] [" + std::string(kDeviceId) + "] [" + row.wwpn + "]");
+        // Cached: no command runs, no file is read, one trace line.
+        EXPECT_EQ(Joined({vendor.GetWWPNOriginal(), qdmtest::Exists(runs_) || qdmtest::Exists(ListPath()), Debug().size(),
+                          Debug().back().level, Debug().back().text}),
+                  Joined({row.wwpn, 0, 1, 4, "CFC_EMULEX_Vendor::GetWWPNOriginal() [END] [" + std::string(kDeviceId) + "] [" +
+                                                 row.wwpn + "]"}));
     }
 }
 
 TEST_F(ObjectTest, MissingToolIsReportedAndListed) {
     TestVendor vendor(kDeviceId);
-    EXPECT_EQ(vendor.GetWWPNOriginal(), "");
-    ASSERT_EQ(MessageCount("MSGID_EMULEX_FC_0013_F"), 1u);
-    EXPECT_EQ(Messages().back().inserts, kToolMissing);
-    EXPECT_TRUE(HasDebug("Failed to get OCM Path"));
-    EXPECT_EQ(Debug().back().text, "CFC_EMULEX_Vendor::CFC_EMULEX_Vendor() [END]");  // on purpose
+    // The last trace line is the constructor's on purpose.
+    EXPECT_EQ(Joined({vendor.GetWWPNOriginal(), MessagesText(), HasDebug("Failed to get OCM Path"), Debug().back().text}),
+              "  MSGID_EMULEX_FC_0013_F" + kToolMissing + " 1 CFC_EMULEX_Vendor::CFC_EMULEX_Vendor() [END]");
     std::list<CNecessaryComponentInfo> missing(1);
     vendor.GetShortageOfNecessaryApplicationInfo(missing);
     ASSERT_EQ(missing.size(), 2u);  // appended, not replaced
     EXPECT_EQ(missing.back().componentName, "One Command Manager");
     EXPECT_EQ(vendor.StartOutputDeviceConfigInfo("", nullptr), 1);
-    ASSERT_EQ(MessageCount("MSGID_EMULEX_FC_0018_F"), 1u);
-    EXPECT_EQ(Messages().back().inserts, kToolMissing);
+    EXPECT_EQ(MessagesText(), " MSGID_EMULEX_FC_0013_F" + kToolMissing + " MSGID_EMULEX_FC_0018_F" + kToolMissing);
     EXPECT_TRUE(HasDebug("CFC_EMULEX_Vendor::StartOutputDeviceConfigInfo() "
                          "CEmulexCommon::GetOCMManagerInstallPath is return false."));
 
     InstallHbacmd(Listing(kWwpn));
     vendor.GetShortageOfNecessaryApplicationInfo(missing);
-    EXPECT_EQ(missing.size(), 2u);
-    EXPECT_EQ(vendor.StartOutputDeviceConfigInfo("", nullptr), 0);
+    EXPECT_EQ(Joined({missing.size(), vendor.StartOutputDeviceConfigInfo("", nullptr)}), "2 0");
 }
 
 TEST_F(ObjectTest, FoundWwpnGoesToFirmwareAndDriverAndAnUnlistedPortDropsTheList) {
@@ -147,22 +133,19 @@ TEST_F(ObjectTest, FoundWwpnGoesToFirmwareAndDriverAndAnUnlistedPortDropsTheList
         auto* driver = new FakeDriver;
         TestVendor vendor(kDeviceId);
         vendor.Attach(firmware, driver);
-        EXPECT_EQ(vendor.CheckHardwareVersion("x", "y"), 0);  // resolves the WWPN as a side effect
-        EXPECT_EQ(firmware->received, row.wwpn);
-        EXPECT_EQ(driver->received, row.wwpn);
-        EXPECT_EQ(qdmtest::Exists(ListPath()), row.failures == 0);
-        EXPECT_EQ(MessageCount("MSGID_EMULEX_FC_0001_F"), row.failures);
-        EXPECT_EQ(HasDebug("Failed to get HBA Info"), row.failures != 0);
+        // Resolves the WWPN as a side effect.
+        EXPECT_EQ(Joined({vendor.CheckHardwareVersion("x", "y"), firmware->received, driver->received,
+                          qdmtest::Exists(ListPath()), MessageCount("MSGID_EMULEX_FC_0001_F"), HasDebug("Failed to get HBA Info")}),
+                  Joined({0, row.wwpn, row.wwpn, row.failures == 0, row.failures, row.failures != 0}));
     }
 }
 
 TEST_F(ObjectTest, IdentityOrderAndCondition) {
     InstallHbacmd(Listing(kWwpn));
     TestVendor vendor("not-a-pci-address");
-    EXPECT_EQ(vendor.GetWWPNEditedforDisplay(), "");  // from the field: no lookup is made
-    EXPECT_EQ(HbacmdRuns(), 0);
-    EXPECT_EQ(vendor.GetHardwareVersion(), "");
-    EXPECT_EQ(vendor.GetBusDevFunc(), "-/-/-");
+    // From the field: no lookup is made.
+    EXPECT_EQ(Joined({vendor.GetWWPNEditedforDisplay(), Runs(), vendor.GetHardwareVersion(), vendor.GetBusDevFunc()}),
+              " 0  -/-/-");
     EXPECT_TRUE(HasDebug("GetBusDevFunc() Bus/Dev/Func not infomation."));
     Pairs info = {{"old", "1"}};
     vendor.GetExtendedInfo(info, nullptr);
@@ -185,10 +168,9 @@ TEST_F(ObjectTest, IdentityOrderAndCondition) {
     // Only the utility's update has a condition: without the tool's configuration files it is refused.
     EXPECT_EQ(vendor.CheckUpdateConditionByDevicevendor("util", nullptr), 0);  // no utility linked
     vendor.Attach(nullptr, nullptr, new CEMULEX_OCM_Utility(kDeviceId));
-    EXPECT_EQ(vendor.CheckUpdateConditionByDevicevendor("firm", nullptr), 0);
-    EXPECT_EQ(vendor.CheckUpdateConditionByDevicevendor("util", nullptr), 1);
-    ASSERT_EQ(MessageCount("MSGID_EMULEX_FC_0010_F"), 1u);
-    EXPECT_EQ(Messages().back().inserts.front(), "vendor");
+    EXPECT_EQ(Joined({vendor.CheckUpdateConditionByDevicevendor("firm", nullptr),
+                      vendor.CheckUpdateConditionByDevicevendor("util", nullptr), MessagesText()}),
+              "0 1  MSGID_EMULEX_FC_0010_F vendor 11");
 }
 
 TEST_F(ObjectTest, DualPortKeyIsReadThroughLspciOfTheSlot) {
@@ -232,11 +214,11 @@ TEST_F(ObjectTest, ModelsLinkTheirModules) {
         vendor->LinkDevice();
         ASSERT_NE(vendor->GetFirmwareModule(), nullptr);
         EXPECT_EQ(typeid(*vendor->GetFirmwareModule()), row.firmware);
-        EXPECT_NE(dynamic_cast<CFC_EMULEX_Driver*>(vendor->GetDriverModule()), nullptr);
-        EXPECT_TRUE(vendor->GetUtilityModules().empty());
-        EXPECT_EQ(CEmulexCommon::GetLastError(), 11u);
-        EXPECT_EQ(MessageCount("MSGID_EMULEX_FC_0013_F"), 3u);  // two WWPN lookups (firmware, driver), then the utility
-        EXPECT_EQ(Messages().back().inserts, kToolMissing);
+        // Two WWPN lookups (firmware, driver), then the utility.
+        EXPECT_EQ(Joined({dynamic_cast<CFC_EMULEX_Driver*>(vendor->GetDriverModule()) != nullptr,
+                          vendor->GetUtilityModules().size(), CEmulexCommon::GetLastError(), MessagesText()}),
+                  "1 0 11  MSGID_EMULEX_FC_0013_F" + kToolMissing + " MSGID_EMULEX_FC_0013_F" + kToolMissing +
+                      " MSGID_EMULEX_FC_0013_F" + kToolMissing);
         EXPECT_TRUE(HasDebug(std::string(row.failurePrefix) + " CEmulexCommon::GetOCMManagerInstallPath is return false."));
     }
 }
@@ -248,11 +230,11 @@ TEST_F(ObjectTest, ReportListsThePortsInExecOrderOrLosesThem) {
     TestVendor second("0000:04:00.0-PCI\\VEN_10df&DEV_e200&SUBSYS_E20010DF");  // lower-case ids; no utility
     second.wwpn = "10:00:00:90:fa:aa:bb:cc";
     second.Attach(new FakeFirmware("10.2.370.15", "abnormal"), new FakeDriver("10.2.370.16"));
-    EXPECT_EQ(first.ExecOutputDeviceConfigInfo("", nullptr), 0);
-    EXPECT_EQ(second.ExecOutputDeviceConfigInfo("", nullptr), 0);
-    EXPECT_EQ(second.EndOutputDeviceConfigInfo(root_ + "/report/", nullptr), 0);
-    EXPECT_EQ(Report(), qdmtest::ReadFile(std::string(QDM_GOLDEN_DIR) + "/report/two_ports.xml"));
-    EXPECT_TRUE(CFC_EMULEX_Vendor::stGenFC.empty() && CFC_EMULEX_Vendor::stVerFC.empty());
+    EXPECT_EQ(Joined({first.ExecOutputDeviceConfigInfo("", nullptr), second.ExecOutputDeviceConfigInfo("", nullptr),
+                      second.EndOutputDeviceConfigInfo(root_ + "/report/", nullptr),
+                      CFC_EMULEX_Vendor::stGenFC.size() + CFC_EMULEX_Vendor::stVerFC.size()}),
+              "0 0 0 0");
+    EXPECT_EQ(Report(), qdmtest::ReadFile(Golden("report/two_ports.xml")));
     EXPECT_EQ(second.EndOutputDeviceConfigInfo(root_ + "/report/", nullptr), 0);  // right after another
     EXPECT_EQ(Report(), "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<data />\n");
 
@@ -265,12 +247,11 @@ TEST_F(ObjectTest, ReportListsThePortsInExecOrderOrLosesThem) {
 
     EXPECT_EQ(first.ExecOutputDeviceConfigInfo("", nullptr), 0);  // an unwritable folder loses the records
     qdmtest::WriteFile(root_ + "/plainfile", "");
-    EXPECT_EQ(first.EndOutputDeviceConfigInfo(root_ + "/plainfile/", nullptr), 1);
-    EXPECT_EQ(CEmulexCommon::GetLastError(), 25u);
-    ASSERT_EQ(MessageCount("MSGID_EMULEX_FC_0012_F"), 1u);
-    EXPECT_EQ(Messages().back().inserts, (Strings{"vendor", "19"}));
-    EXPECT_EQ(Debug().back().text, "CFC_EMULEX_Vendor::ExecOutputDeviceConfigInfo() [END]");  // on purpose
-    EXPECT_TRUE(CFC_EMULEX_Vendor::stGenFC.empty() && CFC_EMULEX_Vendor::stVerFC.empty());
+    // The last trace line names the wrong operation on purpose.
+    EXPECT_EQ(Joined({first.EndOutputDeviceConfigInfo(root_ + "/plainfile/", nullptr), CEmulexCommon::GetLastError(),
+                      MessagesText(), Debug().back().text,
+                      CFC_EMULEX_Vendor::stGenFC.size() + CFC_EMULEX_Vendor::stVerFC.size()}),
+              "1 25  MSGID_EMULEX_FC_0012_F vendor 19 CFC_EMULEX_Vendor::ExecOutputDeviceConfigInfo() [END] 0");
 }
 
 TEST_F(ObjectTest, OperationsTraceStartAndEndAtLevelFour) {

@@ -38,8 +38,10 @@ void PrependToPath(const std::string& folder) {
     ::setenv("PATH", (folder + ":" + path).c_str(), 1);
 }
 
-bool Build(const std::string& command, std::vector<std::string> args) {
+// Runs a qdmsim builder with its own arguments, then the caller's extra ones.
+bool Build(const std::string& command, std::vector<std::string> args, const std::vector<std::string>& extra) {
     args.insert(args.begin(), command);
+    args.insert(args.end(), extra.begin(), extra.end());
     std::string output;
     int status = RunSim(args, &output);
     EXPECT_EQ(status, 0) << command << ": " << output;
@@ -128,35 +130,21 @@ std::string SimGet(const std::string& key) {
     return RunSim({"state", "get", key}, &output) == 0 ? TrimEnd(output) : "";
 }
 
-bool SimSet(const std::string& key, const std::string& jsonValue) {
-    return RunSim({"state", "set", key, jsonValue}) == 0;
-}
-
 bool BuildFirmwareModule(const std::string& out, const std::string& uniqueName,
                          const std::vector<std::string>& extra) {
-    std::vector<std::string> args = {"--out", out, "--name", uniqueName};
-    args.insert(args.end(), extra.begin(), extra.end());
-    return Build("build-firmware", args);
+    return Build("build-firmware", {"--out", out, "--name", uniqueName}, extra);
 }
 
-bool BuildDriverModule(const std::string& out, const std::string& version,
-                       const std::vector<std::string>& extra) {
-    std::vector<std::string> args = {"--out", out, "--version", version};
-    args.insert(args.end(), extra.begin(), extra.end());
-    return Build("build-driver", args);
+bool BuildDriverModule(const std::string& out, const std::string& version, const std::vector<std::string>& extra) {
+    return Build("build-driver", {"--out", out, "--version", version}, extra);
 }
 
-bool BuildUtilityModule(const std::string& out, const std::string& version,
-                        const std::vector<std::string>& extra) {
-    std::vector<std::string> args = {"--out", out, "--version", version};
-    args.insert(args.end(), extra.begin(), extra.end());
-    return Build("build-utility", args);
+bool BuildUtilityModule(const std::string& out, const std::string& version, const std::vector<std::string>& extra) {
+    return Build("build-utility", {"--out", out, "--version", version}, extra);
 }
 
 bool BuildCatalogue(const std::string& repo, const std::vector<std::string>& extra) {
-    std::vector<std::string> args = {"--repo", repo};
-    args.insert(args.end(), extra.begin(), extra.end());
-    return Build("build-catalogue", args);
+    return Build("build-catalogue", {"--repo", repo}, extra);
 }
 
 }  // namespace qdmtest

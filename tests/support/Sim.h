@@ -38,9 +38,8 @@ void SimResetCalls();
 
 // Sets a fault switch (times 0: until switched off; mode "off" clears it).
 bool SimFault(const std::string& verb, const std::string& mode, int times = 0);
-// One state value as JSON text ("" when absent), and setting one.
+// One state value as JSON text ("" when absent).
 std::string SimGet(const std::string& key);
-bool SimSet(const std::string& key, const std::string& jsonValue);
 
 // Update-module builders; `extra` holds further builder options.
 bool BuildFirmwareModule(const std::string& out, const std::string& uniqueName,

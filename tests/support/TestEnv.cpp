@@ -57,12 +57,6 @@ VirtualClock::~VirtualClock() {
     qdmhost::SetTimeoutScale(1.0);
 }
 
-unsigned long VirtualClock::totalMs() const {
-    unsigned long total = 0;
-    for (unsigned long ms : sleeps_) total += ms;
-    return total;
-}
-
 size_t VirtualClock::count(unsigned long ms) const {
     return static_cast<size_t>(std::count(sleeps_.begin(), sleeps_.end(), ms));
 }

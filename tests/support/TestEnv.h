@@ -27,7 +27,6 @@ public:
     VirtualClock();
     ~VirtualClock();
     const std::vector<unsigned long>& sleeps() const { return sleeps_; }
-    unsigned long totalMs() const;
     size_t count(unsigned long ms) const;
 
 private:
