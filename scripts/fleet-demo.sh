@@ -30,13 +30,13 @@ sed -n '/^# Roles by index/,/^$/p' scripts/fleet-sim.sh | sed 's/^# \{0,1\}//'
 demo_run cat "$fleet/inventory.ini"
 
 heading "2. Fleet inventory: every server's adapters and versions, one document and one report"
-play velmora.fc.fleet_inventory -e "fleet_output_dir=$out/before"
+play velmora.fc.fleet_inventory -e "fleet_out_dir=$out/before"
 
 heading "3. Rolling update in batches of 2 (the hanging server is cut off after 20 s)"
-play velmora.fc.rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=20
+play velmora.fc.rolling_update -e rolling_serial=2 -e rolling_max_fail_percentage=50 -e qdmhost_timeout=20
 
 heading "4. Fleet inventory again"
-play velmora.fc.fleet_inventory -e "fleet_output_dir=$out/after"
+play velmora.fc.fleet_inventory -e "fleet_out_dir=$out/after"
 
 heading "5. The fleet report"
 echo "before the update: $out/before/fleet.html"

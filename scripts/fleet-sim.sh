@@ -137,6 +137,11 @@ EOF
 serve() {
     local dir=$1 name=$2 role=$3 build=${FLEET_SIM_BUILD:-$PWD/build}
     hostname "$name"
+    # Its own home for root: the real one's shell start-up files stay out of every session.
+    mkdir -p "$dir/$name/root"
+    local passwd
+    passwd=$(awk -F: -v OFS=: -v home="$dir/$name/root" '$1 == "root" { $6 = home } 1' /etc/passwd)
+    echo "$passwd" >/etc/passwd
     mount -t tmpfs -o mode=0755 fcsim-run /run   # sshd's privilege separation folder, private
     mkdir -p /run/sshd
     local config=good
@@ -214,7 +219,7 @@ start() {
     cp "$dir/client_key.pub" "$dir/authorized_keys"
     : >"$dir/known_hosts"
     : >"$dir/ssh_config"
-    mkdir -p "$dir/control" "$dir/remote-tmp"
+    mkdir -p "$dir/control"
     local -a ports started=()
     mapfile -t ports < <(free_ports "$count")
     printf '[fc_servers]\n' >"$dir/inventory.ini"
@@ -260,7 +265,7 @@ ansible_user=root
 ansible_ssh_private_key_file=$dir/client_key
 ansible_ssh_common_args='-o UserKnownHostsFile=$dir/known_hosts -o StrictHostKeyChecking=yes -o IdentitiesOnly=yes -o ConnectTimeout=5'
 ansible_control_path_dir=$dir/control
-ansible_remote_tmp=$dir/remote-tmp
+ansible_pipelining=true
 ansible_python_interpreter=/usr/bin/python3
 EOF
 }
