@@ -18,15 +18,14 @@ nlohmann::json MissingComponents(const Port& port) {
     return names;
 }
 
-// The utility configuration check, as an update of the utility would run it.
+}  // namespace
+
 std::string UtilityCheck(const Port& port, const Repository& repository) {
     if (!port.vendor->FindModule("util")) return "no-utility";
     CManageRepositoryInfo package;
     repository.Find(port.vendor->GetModelKey(), "util", &package);
     return port.vendor->CheckUpdateConditionByDevicevendor("util", &package) == 0 ? "passed" : "refused";
 }
-
-}  // namespace
 
 CommandResult RunCheck(const Options& options) {
     UseInstallRoot(options);
@@ -41,11 +40,9 @@ CommandResult RunCheck(const Options& options) {
         ports.push_back({{"deviceId", port.deviceId}, {"wwpn", port.wwpn}, {"utilityCheck", verdict}});
     }
     if (!missing.empty()) result.exitCode = WorseExitCode(result.exitCode, kExitMissingComponent);
-    result.document = {{"command", "check"},
-                       {"missingComponents", missing},
+    result.document = {{"missingComponents", missing},
                        {"repositoryVerified", RepositoryVerifiedJson(repository)},
-                       {"ports", ports},
-                       {"exitCode", result.exitCode}};
+                       {"ports", ports}};
     return result;
 }
 

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -11,6 +13,7 @@
 #include "Commands.h"
 #include "Console.h"
 #include "ExitCodes.h"
+#include "History.h"
 #include "HostError.h"
 #include "Version.h"
 
@@ -20,15 +23,38 @@ namespace {
 
 using Command = std::function<CommandResult(const Options&)>;
 
-void PrintError(bool json, int code, const std::string& message, const std::string& reason = "") {
-    if (json) {
-        nlohmann::json error = {{"error", {{"exitCode", code}, {"name", DescribeExitCode(code).name}, {"message", message}}},
-                                {"exitCode", code}};
-        if (!reason.empty()) error["error"]["reason"] = reason;
-        std::cout << error.dump(2) << std::endl;
-    } else {
+// Raised only when a document changes in a way that breaks its readers.
+const int kSchemaVersion = 1;
+
+// What every document of one invocation carries besides the command's own fields.
+struct Invocation {
+    bool json = false;
+    std::string started;                      // UTC, when qdmhost started
+    nlohmann::json command = nullptr;         // null until the command line names one
+};
+
+std::string HostName() {
+    char name[256] = {};
+    return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
+void PrintDocument(const Invocation& run, nlohmann::json document, int exitCode) {
+    document.update({{"schemaVersion", kSchemaVersion}, {"qdmhost", kVersion}, {"revision", kRevision},
+                     {"host", HostName()}, {"time", run.started}, {"command", run.command}, {"exitCode", exitCode}});
+    // Texts from adapters may hold bytes that are not UTF-8: replaced, not fatal.
+    std::cout << (run.json ? document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n"
+                           : RenderText(document))
+              << std::flush;
+}
+
+void PrintError(const Invocation& run, int code, const std::string& message, const std::string& reason = "") {
+    if (!run.json) {
         std::fprintf(stderr, "qdmhost: error: %s\n", message.c_str());
+        return;
     }
+    nlohmann::json error = {{"exitCode", code}, {"name", DescribeExitCode(code).name}, {"message", message}};
+    if (!reason.empty()) error["reason"] = reason;
+    PrintDocument(run, {{"error", error}}, code);
 }
 
 // --json is honoured even when the rest of the line does not parse.
@@ -82,26 +108,44 @@ std::map<CLI::App*, Command> AddCommands(CLI::App& app, Options& options) {
     commands[app.add_subcommand("check", "check for missing components and the utility configuration")] = RunCheck;
     commands[app.add_subcommand("history", "show the results of past updates")] = RunHistory;
     commands[AddTrustCommand(app, options)] = RunTrust;
+    CLI::App* metrics = app.add_subcommand(
+        "metrics",
+        "write Prometheus metrics for node_exporter's textfile collector: per port and module the status against "
+        "the repository, the operating and repository versions, the last update's outcome and time; per port the "
+        "utility configuration check; this run's duration and success (on a failure the file is still written, "
+        "with success 0 and the error's name, and the exit code is the error's)");
+    metrics->add_option("--textfile", options.textfileFolder,
+                        "folder of node_exporter's textfile collector (e.g. /var/lib/prometheus/node-exporter); "
+                        "qdmhost.prom in it is replaced atomically")
+        ->required();
+    commands[metrics] = RunMetrics;
     for (auto& entry : commands) entry.first->fallthrough();
     return commands;
 }
 
-int RunCommand(const Command& command, const Options& options) {
+int RunCommand(const Command& command, const Options& options, const Invocation& run) {
     InstallHostHooks(VirtualTimeRequested());
     int code = kExitOk;
     try {
         CommandResult result = command(options);
-        std::cout << (options.json ? result.document.dump(2) + "\n" : RenderText(result.document)) << std::flush;
+        PrintDocument(run, result.document, result.exitCode);
         code = result.exitCode;
     } catch (const HostError& error) {
-        PrintError(options.json, error.code(), error.what(), error.reason());
+        PrintError(run, error.code(), error.what(), error.reason());
         code = error.code();
     } catch (const std::exception& error) {
-        PrintError(options.json, kExitInternal, std::string("unexpected failure: ") + error.what());
+        PrintError(run, kExitInternal, std::string("unexpected failure: ") + error.what());
         code = kExitInternal;
     }
     RemoveHostHooks();
     return code;
+}
+
+// The command the line named, even when the rest of it did not parse.
+nlohmann::json ParsedCommand(const std::map<CLI::App*, Command>& commands) {
+    for (const auto& entry : commands)
+        if (entry.first->parsed()) return entry.first->get_name();
+    return nullptr;
 }
 
 }  // namespace
@@ -114,17 +158,20 @@ int RunCli(int argc, char** argv) {
     app.set_version_flag("--version", std::string("qdmhost ") + kVersion + " (revision " + kRevision + ")");
     AddCommonOptions(app, options);
     std::map<CLI::App*, Command> commands = AddCommands(app, options);
+    Invocation run{WantsJson(argc, argv), UtcTimestamp()};
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& request) {  // --help, --version
         return app.exit(request);
     } catch (const CLI::ParseError& error) {
-        if (!WantsJson(argc, argv)) return app.exit(error) == 0 ? kExitOk : kExitUsage;
-        PrintError(true, kExitUsage, error.what());
+        if (!run.json) return app.exit(error) == 0 ? kExitOk : kExitUsage;
+        run.command = ParsedCommand(commands);
+        PrintError(run, kExitUsage, error.what());
         return kExitUsage;
     }
+    run.command = ParsedCommand(commands);
     for (auto& entry : commands)
-        if (entry.first->parsed()) return RunCommand(entry.second, options);
+        if (entry.first->parsed()) return RunCommand(entry.second, options, run);
     return kExitUsage;
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Catalogue.h"
 #include "Options.h"
 #include "Session.h"
 
@@ -22,6 +23,14 @@ CommandResult RunReport(const Options& options);
 CommandResult RunCheck(const Options& options);
 CommandResult RunHistory(const Options& options);
 CommandResult RunTrust(const Options& options);
+CommandResult RunMetrics(const Options& options);
+
+// The inventory's port list: per port its identity, boot BIOS and modules
+// with operating and repository versions and their status.
+nlohmann::json InventoryPorts(std::vector<Port>& ports, const Repository& repository, const std::string& root);
+// The utility configuration check, as an update of the utility would run it:
+// "passed", "refused" or "no-utility".
+std::string UtilityCheck(const Port& port, const Repository& repository);
 
 // The readable table of a command's document.
 std::string RenderText(const nlohmann::json& document);

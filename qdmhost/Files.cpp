@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 
 namespace qdmcli {
 
@@ -67,8 +68,11 @@ LimitedRead ReadRegularFile(const std::string& path, std::size_t limit) {
 }
 
 bool WriteFileAtomically(const std::string& path, const std::string& text, mode_t mode) {
-    std::string temporary = path + ".tmp." + std::to_string(::getpid());
-    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode);
+    // Hidden and without the final name's suffix, so that readers of "*.prom"
+    // or "*.pub" never pick up a half-written file.
+    std::size_t slash = path.rfind('/');
+    std::string temporary = path.substr(0, slash + 1) + "." + path.substr(slash + 1) + ".XXXXXX";
+    int fd = ::mkostemp(&temporary[0], O_CLOEXEC);
     if (fd < 0) return false;
     // fchmod: the mode must not depend on the caller's umask.
     bool written = ::fchmod(fd, mode) == 0 && WriteAll(fd, text) && ::fsync(fd) == 0;

@@ -19,8 +19,9 @@ struct LimitedRead {
 };
 
 LimitedRead ReadRegularFile(const std::string& path, std::size_t limit);
-// A temporary file beside the path, synced, then renamed over it, so a reader
-// sees the old or the new content; false when that fails.
+// A temporary file beside the path (".<name>.XXXXXX"), synced, then renamed
+// over it, so a reader sees the old or the new content; false when that fails
+// (the temporary removed).
 bool WriteFileAtomically(const std::string& path, const std::string& text, mode_t mode);
 
 }  // namespace qdmcli

@@ -78,18 +78,22 @@ bool RecordMatches(const nlohmann::json& record, const std::vector<std::string>&
 
 }  // namespace
 
-CommandResult RunHistory(const Options& options) {
-    UseInstallRoot(options);
+std::vector<nlohmann::json> ReadHistory(const Options& options) {
     std::ifstream in(options.HostFolder() + "/" + kHistoryFile);
     std::ostringstream text;
     if (in) text << in.rdbuf();
     int skipped = 0;
-    nlohmann::json entries = nlohmann::json::array();
+    std::vector<nlohmann::json> entries;
     for (nlohmann::json& record : ParseHistory(text.str(), &skipped))
         if (RecordMatches(record, options.ports)) entries.push_back(std::move(record));
     if (skipped > 0) Warn(std::to_string(skipped) + " unreadable line(s) of the history skipped");
+    return entries;
+}
+
+CommandResult RunHistory(const Options& options) {
+    UseInstallRoot(options);
     CommandResult result;
-    result.document = {{"command", "history"}, {"entries", entries}, {"exitCode", kExitOk}};
+    result.document = {{"entries", ReadHistory(options)}};
     return result;
 }
 

@@ -35,11 +35,7 @@ std::vector<std::string> BootBiosByPort(std::vector<Port>& ports, const std::str
 
 }  // namespace
 
-CommandResult RunInventory(const Options& options) {
-    UseInstallRoot(options);
-    Repository repository = OptionalRepository(options);
-    Session session(options);
-    std::vector<Port>& ports = session.ports();
+nlohmann::json InventoryPorts(std::vector<Port>& ports, const Repository& repository, const std::string& root) {
     nlohmann::json portList = nlohmann::json::array();
     for (const Port& port : ports) {
         nlohmann::json modules = nlohmann::json::array();
@@ -51,14 +47,19 @@ CommandResult RunInventory(const Options& options) {
                             {"busDevFunc", port.busDevFunc},
                             {"modules", modules}});
     }
-    std::vector<std::string> bootBios = BootBiosByPort(ports, options.root);
+    std::vector<std::string> bootBios = BootBiosByPort(ports, root);
     for (std::size_t i = 0; i < ports.size(); ++i) portList[i]["bootBios"] = bootBios[i];
+    return portList;
+}
+
+CommandResult RunInventory(const Options& options) {
+    UseInstallRoot(options);
+    Repository repository = OptionalRepository(options);
+    Session session(options);
     CommandResult result;
-    result.document = {{"command", "inventory"},
-                       {"repository", repository.empty() ? nlohmann::json(nullptr) : nlohmann::json(repository.folder())},
+    result.document = {{"repository", repository.empty() ? nlohmann::json(nullptr) : nlohmann::json(repository.folder())},
                        {"repositoryVerified", RepositoryVerifiedJson(repository)},
-                       {"ports", portList},
-                       {"exitCode", kExitOk}};
+                       {"ports", InventoryPorts(session.ports(), repository, options.root)}};
     return result;
 }
 

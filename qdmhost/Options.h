@@ -20,6 +20,7 @@ struct Options {
     std::string trustArgument;           // trust add: key file; trust remove: key id
     int waitSeconds = 0;
     std::string outFolder;               // report
+    std::string textfileFolder;          // metrics
 
     std::string RepositoryFolder() const { return repository.empty() ? root + "/repository" : repository; }
     std::string HostFolder() const { return root + "/qdmhost"; }

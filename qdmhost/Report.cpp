@@ -50,10 +50,7 @@ CommandResult RunReport(const Options& options) {
     Session session(options);
     std::vector<const Port*> reported = WriteConfigReport(session.ports(), options.outFolder);
     CommandResult result;
-    result.document = {{"command", "report"},
-                       {"file", options.outFolder + "/" + kReportFile},
-                       {"ports", reported.size()},
-                       {"exitCode", kExitOk}};
+    result.document = {{"file", options.outFolder + "/" + kReportFile}, {"ports", reported.size()}};
     return result;
 }
 

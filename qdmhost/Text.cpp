@@ -134,6 +134,9 @@ std::string RenderText(const Json& document) {
     if (command == "check") return RenderCheck(document);
     if (command == "history") return RenderHistory(document);
     if (command == "trust") return RenderTrust(document);
+    if (command == "metrics")
+        return std::to_string(document["series"].get<int>()) + " series written to " +
+               document["file"].get<std::string>() + "\n";
     if (command == "report")
         return "Configuration report of " + document["ports"].dump() + " port(s) written to " +
                document["file"].get<std::string>() + "\n";

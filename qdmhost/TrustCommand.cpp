@@ -106,8 +106,6 @@ CommandResult RunTrust(const Options& options) {
     if (options.trustAction == "add") result.document = AddKey(options);
     if (options.trustAction == "list") result.document = ListKeys(options);
     if (options.trustAction == "remove") result.document = RemoveKey(options);
-    result.document["command"] = "trust";
-    result.document["exitCode"] = kExitOk;
     return result;
 }
 

@@ -196,11 +196,9 @@ CommandResult RunUpdate(const Options& options) {
             results.push_back(std::move(moduleResult));
         }
     }
-    result.document = {{"command", "update"},
-                       {"dryRun", options.dryRun},
+    result.document = {{"dryRun", options.dryRun},
                        {"repositoryVerified", RepositoryVerifiedJson(repository)},
-                       {"results", results},
-                       {"exitCode", result.exitCode}};
+                       {"results", results}};
     result.document.update(Provenance(repository.trust()));
     return result;
 }

@@ -136,7 +136,15 @@ public:
         HostRun run;
         run.exitCode = qdmtest::RunShell(HostCommandLine(args) + " 2>" + Quote(folder_ + "/out/stderr"), &run.out);
         run.err = qdmtest::ReadFile(folder_ + "/out/stderr");
+        if (std::find(args.begin(), args.end(), "--json") != args.end()) KeepDocument(run.out);
         return run;
+    }
+
+    // Every --json document goes to the folder that the schema check reads after the e2e tests.
+    static void KeepDocument(const std::string& document) {
+        static int count = 0;
+        qdmtest::WriteFile(std::string(QDM_BINARY_DIR) + "/json-documents/" + std::to_string(::getpid()) + "-" +
+                               std::to_string(++count) + ".json", document);
     }
 
     HostRun Host(std::vector<std::string> args) const {

@@ -1,5 +1,5 @@
 // qdmhost's own parsing in process: the repository catalogue, lspci lines,
-// the supported-device table, exit codes and version verdicts.
+// the supported-device table, exit codes, version verdicts and metric labels.
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -9,6 +9,7 @@
 #include "Discovery.h"
 #include "ExitCodes.h"
 #include "HostError.h"
+#include "Metrics.h"
 #include "Modules.h"
 
 namespace {
@@ -120,6 +121,20 @@ TEST(VersionStatus, NewerAndMalformedVersionsAreUpdated) {
     EXPECT_EQ(qdmcli::VersionStatus("abnormal", true, 0), "unreadable");  // 0 from a malformed text is not current
     EXPECT_TRUE(qdmcli::StatusNeedsUpdate("newer") && qdmcli::StatusNeedsUpdate("unreadable"));
     EXPECT_FALSE(qdmcli::StatusNeedsUpdate("current") || qdmcli::StatusNeedsUpdate("no-package"));
+}
+
+// Label values as the exposition format quotes them; every other byte passes as it is.
+TEST(Metrics, LabelValuesAreEscaped) {
+    const std::pair<std::string, std::string> rows[] = {
+        {"10000000C9A10001", "10000000C9A10001"},
+        {R"(10:00:"q)", R"(10:00:\"q)"},                 // double quote
+        {R"(5.12\a3)", R"(5.12\\a3)"},                  // backslash
+        {"2.02\na5", R"(2.02\na5)"},                      // line feed
+        {"\\\"\n", R"(\\\"\n)"},                       // all three in a row
+        {"tab\t cr\r \xc3\xa9 \\n", "tab\t cr\r \xc3\xa9 \\\\n"},  // other controls, UTF-8, a backslash before n
+        {"", ""},
+    };
+    for (const auto& [value, escaped] : rows) EXPECT_EQ(qdmcli::EscapeLabelValue(value), escaped) << value;
 }
 
 }  // namespace

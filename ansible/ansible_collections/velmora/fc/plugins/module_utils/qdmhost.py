@@ -1,0 +1,184 @@
+# -*- coding: utf-8 -*-
+# Copyright: Velmora
+# GNU General Public License v3.0+ (see https://www.gnu.org/licenses/gpl-3.0.txt)
+"""Runs ``qdmhost --json`` and turns its one JSON document into a result.
+
+The only place that starts qdmhost, reads its output and names its exit
+codes, so that every module fails the same way for the same cause.
+"""
+
+from __future__ import absolute_import, division, print_function
+
+__metaclass__ = type
+
+import json
+import os
+import signal
+import subprocess
+from collections import namedtuple
+
+# qdmhost's exit codes (qdmhost --help): name and meaning.
+EXIT_CODES = {
+    0: ("ok", "everything current or updated (nothing to do included)"),
+    1: ("internal-error", "unexpected failure"),
+    2: ("usage", "bad command line"),
+    3: ("update-failed", "an update step failed"),
+    4: ("apply-check-mismatch", "an update ran but the adapter does not report the new version"),
+    5: ("refused", "a condition check refused an update (e.g. the utility configuration)"),
+    6: ("lock-busy", "another qdmhost update holds the install root (lock held by another run)"),
+    7: ("provider-missing", "provider library missing or unusable"),
+    8: ("bad-repository", "repository missing, empty or broken"),
+    9: ("no-device", "no supported adapter found, or the port selection matched nothing"),
+    10: ("missing-component", "a necessary component is not installed"),
+    11: ("untrusted-repository", "repository not trusted (signature, key, checksum, rollback or expiry)"),
+}
+
+# Failures of the run itself, where qdmhost gave no exit code of its own.
+TIMEOUT = "timeout"
+BAD_OUTPUT = "bad-output"
+NOT_STARTED = "not-started"
+
+ENVELOPE_FIELDS = ("schemaVersion", "qdmhost", "revision", "host", "time", "command", "exitCode")
+
+# Time a timed-out qdmhost gets to remove its staging folder before it is killed.
+TERM_GRACE_SECONDS = 5
+STDERR_EXCERPT = 400
+
+# A command's document without the envelope fields, the envelope, and the exit.
+Answer = namedtuple("Answer", "document envelope exit_code exit_name")
+
+
+class QdmhostError(Exception):
+    """qdmhost could not give an answer, or answered with a failure."""
+
+    def __init__(self, exit_name, detail, exit_code=None, reason=None, document=None):
+        exit_text = "" if exit_code is None else " (exit %d)" % exit_code
+        super(QdmhostError, self).__init__("qdmhost failed: %s%s: %s" % (exit_name, exit_text, detail))
+        self.exit_name = exit_name
+        self.exit_code = exit_code
+        self.reason = reason
+        self.document = document
+
+    def to_result(self):
+        """The return values every module adds to a failure."""
+        result = {"exit_name": self.exit_name, "exit_code": self.exit_code}
+        if self.reason:
+            result["reason"] = self.reason
+        return result
+
+
+def exit_name(code):
+    return EXIT_CODES.get(code, ("exit-%s" % code, "unknown exit code"))[0]
+
+
+def command_line(params, command):
+    """qdmhost's argument vector for COMMAND (a list) and the module's options."""
+    argv = [params["qdmhost"], "--json"]
+    for option in ("root", "repo"):
+        if params.get(option):
+            argv += ["--" + option, params[option]]
+    for port in params.get("port") or []:
+        argv += ["--port", port]
+    if params.get("wait"):
+        argv += ["--wait", str(params["wait"])]
+    if params.get("allow_unsigned"):
+        argv.append("--allow-unsigned")
+    return argv + list(command)
+
+
+def _excerpt(text):
+    text = text.strip()
+    return text if len(text) <= STDERR_EXCERPT else "..." + text[-STDERR_EXCERPT:]
+
+
+def parse_output(returncode, stdout, stderr, accepted=(0,)):
+    """The Answer for an exit code in ACCEPTED; QdmhostError for anything else."""
+    name = exit_name(returncode)
+    try:
+        document = json.loads(stdout)
+    except ValueError as error:
+        raise QdmhostError(BAD_OUTPUT, "no JSON document on standard output (%s) after exit %s; standard error: %s"
+                           % (error, name, _excerpt(stderr)), returncode)
+    if not isinstance(document, dict):
+        raise QdmhostError(BAD_OUTPUT, "the JSON on standard output is not an object", returncode)
+    error = document.get("error") if isinstance(document.get("error"), dict) else {}
+    if returncode not in accepted:
+        name = str(error.get("name") or name)
+        detail = error.get("message") or EXIT_CODES.get(returncode, ("", _excerpt(stderr)))[1]
+        raise QdmhostError(name, detail, returncode, error.get("reason"), document)
+    envelope = dict((key, document.pop(key)) for key in ENVELOPE_FIELDS if key in document)
+    return Answer(document, envelope, returncode, name)
+
+
+def _session_members(session):
+    """Processes of SESSION: the adapter tools run in process groups of their own."""
+    members = []
+    for entry in os.listdir("/proc"):
+        try:
+            with open("/proc/%s/stat" % entry) as stat:
+                fields = stat.read().rsplit(")", 1)[1].split()
+        except (IOError, OSError, IndexError):
+            continue
+        if int(fields[3]) == session:
+            members.append(int(entry))
+    return members
+
+
+def _stop(process):
+    """Ends qdmhost and everything it started (a hanging adapter tool too);
+    the standard error it wrote."""
+    for sig, wait in ((signal.SIGTERM, TERM_GRACE_SECONDS), (signal.SIGKILL, TERM_GRACE_SECONDS)):
+        for pid in _session_members(process.pid):
+            try:
+                os.kill(pid, sig)
+            except OSError:
+                pass
+        try:
+            return process.communicate(timeout=wait)[1]
+        except subprocess.TimeoutExpired:
+            continue
+    # Something that left the session still holds the pipes: stop reading.
+    process.stdout.close()
+    process.stderr.close()
+    process.wait()
+    return ""
+
+
+def run(argv, timeout, accepted=(0,)):
+    """Runs qdmhost with ARGV; gives up after TIMEOUT seconds.
+
+    subprocess rather than AnsibleModule.run_command: qdmhost runs in a session
+    of its own so that a time-out ends the adapter tools it started too.
+    """
+    try:
+        process = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   start_new_session=True, universal_newlines=True,
+                                   errors="replace")
+    except OSError as error:
+        raise QdmhostError(NOT_STARTED, "cannot run %s: %s" % (argv[0], error.strerror))
+    try:
+        stdout, stderr = process.communicate(timeout=timeout)
+    except subprocess.TimeoutExpired:
+        stderr = _stop(process)
+        raise QdmhostError(TIMEOUT, "%s did not finish within %s seconds and was killed with the tools it ran; "
+                           "standard error: %s" % (" ".join(argv[2:]), timeout, _excerpt(stderr)))
+    return parse_output(process.returncode, stdout, stderr, accepted)
+
+
+def common_argument_spec(default_timeout):
+    """The options every module has."""
+    return dict(
+        qdmhost=dict(type="path", default="/usr/sbin/qdmhost"),
+        repo=dict(type="path"),
+        root=dict(type="path"),
+        port=dict(type="list", elements="str", default=[]),
+        timeout=dict(type="int", default=default_timeout),
+    )
+
+
+def run_for_module(module, command, accepted=(0,)):
+    """run() with the module's options; QdmhostError becomes fail_json."""
+    try:
+        return run(command_line(module.params, command), module.params["timeout"], accepted=accepted)
+    except QdmhostError as error:
+        module.fail_json(msg=str(error), **error.to_result())

@@ -1,0 +1,105 @@
+#!/usr/bin/python3
+"""The collection's Python logic: qdmhost's JSON turned into results or
+failures, time-outs, and the fleet document's server entries."""
+import json
+import os
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "ansible"))
+from ansible_collections.velmora.fc.plugins.module_utils import qdmhost  # noqa: E402
+from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_server  # noqa: E402
+
+ENVELOPE = {"schemaVersion": 1, "qdmhost": "1.0.0", "host": "fc01", "command": "update"}
+
+
+def doc(exit_code, **fields):
+    return json.dumps(dict(ENVELOPE, exitCode=exit_code, **fields))
+
+
+def error(exit_code, name, reason=None):
+    body = {"exitCode": exit_code, "name": name, "message": "qdmhost says why"}
+    if reason:
+        body["reason"] = reason
+    return doc(exit_code, error=body)
+
+
+def running(pid):
+    """Whether PID lives (a killed orphan may wait as a zombie for its reaper)."""
+    try:
+        with open("/proc/%s/stat" % pid) as stat:
+            return stat.read().rsplit(")", 1)[1].split()[0] != "Z"
+    except OSError:
+        return False
+
+
+class ParseOutput(unittest.TestCase):
+    def test_failures(self):
+        rows = [
+            # (exit code, standard output, exit name, reason)
+            (11, error(11, "untrusted-repository", "expired"), "untrusted-repository", "expired"),
+            (6, error(6, "lock-busy"), "lock-busy", None),
+            (8, error(8, "bad-repository"), "bad-repository", None),
+            # A refused update is a whole document without an error object.
+            (5, doc(5, results=[{"outcome": "refused"}]), "refused", None),
+            (4, doc(4, results=[]), "apply-check-mismatch", None),
+            (3, doc(3, results=[]), "update-failed", None),
+            (42, doc(42), "exit-42", None),           # a code this collection does not know
+            (0, '{"results": [', "bad-output", None),  # cut off
+            (1, "", "bad-output", None),               # crashed before printing
+            (0, "[1, 2]", "bad-output", None),         # JSON but not an object
+        ]
+        for code, stdout, name, reason in rows:
+            with self.subTest(name=name, code=code):
+                with self.assertRaises(qdmhost.QdmhostError) as caught:
+                    qdmhost.parse_output(code, stdout, "stderr text")
+                self.assertEqual((caught.exception.exit_name, caught.exception.reason), (name, reason))
+                self.assertIn(name, str(caught.exception))
+
+    def test_accepted_exit_keeps_document_without_envelope(self):
+        # A finding such as a refusing utility configuration may carry an error object too.
+        answer = qdmhost.parse_output(5, doc(5, missingComponents=[], error={"name": "refused"}), "", accepted=(0, 5))
+        self.assertEqual(answer, qdmhost.Answer({"missingComponents": [], "error": {"name": "refused"}},
+                                                dict(ENVELOPE, exitCode=5), 5, "refused"))
+
+
+class Run(unittest.TestCase):
+    def test_timeout_kills_tools_in_their_own_process_group(self):
+        with tempfile.TemporaryDirectory() as folder:
+            pid_file = os.path.join(folder, "pid")
+            # set -m: the hanging child gets a process group of its own, as the adapter tools do.
+            script = "set -m; sleep 300 & echo $! > %s; wait" % pid_file
+            with self.assertRaises(qdmhost.QdmhostError) as caught:
+                qdmhost.run(["sh", "-c", script], timeout=1)
+            self.assertEqual(caught.exception.exit_name, qdmhost.TIMEOUT)
+            with open(pid_file) as pid:
+                self.assertFalse(running(pid.read().strip()))
+
+    def test_missing_program(self):
+        with self.assertRaises(qdmhost.QdmhostError) as caught:
+            qdmhost.run(["/nonexistent/qdmhost", "--json", "inventory"], timeout=5)
+        self.assertEqual(caught.exception.exit_name, qdmhost.NOT_STARTED)
+
+
+class FleetServer(unittest.TestCase):
+    def test_states(self):
+        ok = {"ports": [{"wwpn": "{{ 6*7 }}"}], "check": {}, "exit_code": 0, "exit_name": "ok", "host": "fc01"}
+        rows = [
+            # (registered result, state, message, exit name)
+            ({"unreachable": True, "msg": "ssh: refused"}, "unreachable", "ssh: refused", None),
+            ({"failed": True, "msg": "qdmhost failed: no-device", "exit_code": 9, "exit_name": "no-device"},
+             "failed", "qdmhost failed: no-device", "no-device"),
+            ({"failed": True, "msg": "python missing"}, "failed", "python missing", None),
+            (None, "failed", "no inventory result: the server left the play before it was read", None),
+            (ok, "ok", "", "ok"),
+        ]
+        for result, state, message, name in rows:
+            with self.subTest(state=state, message=message):
+                entry = fleet_server("fc01", {"fc01": {"fc_inventory": result}})
+                self.assertEqual((entry["state"], entry["message"], entry["exitName"]), (state, message, name))
+        self.assertEqual(fleet_server("fc01", {"fc01": {"fc_inventory": ok}})["ports"], ok["ports"])
+
+
+if __name__ == "__main__":
+    unittest.main()
