@@ -33,7 +33,7 @@ heading "2. Fleet inventory: every server's adapters and versions, one document 
 play velmora.fc.fleet_inventory -e "fleet_out_dir=$out/before"
 
 heading "3. Rolling update in batches of 2 (the hanging server is cut off after 20 s)"
-play velmora.fc.rolling_update -e rolling_serial=2 -e rolling_max_fail_percentage=50 -e qdmhost_timeout=20 \
+play velmora.fc.rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=20 \
     -e "qdmhost_deb=$deb"
 
 heading "4. Fleet inventory again"

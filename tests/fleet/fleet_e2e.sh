@@ -61,7 +61,7 @@ report=ok
 expect "the report page shows what the fleet document holds" ok "$report"
 
 # The package each server has already: installing it again must change nothing.
-update=(rolling_update -e rolling_serial=2 -e rolling_max_fail_percentage=50 -e qdmhost_timeout=20
+update=(rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=20
     -e "qdmhost_deb=$work/big/qdmhost.deb")
 before=$(states big)
 play big check "${update[@]}" --check
@@ -103,7 +103,7 @@ fcsim-08 changed=0 failed=1 unreachable=0 timeout" "$(recap again)"
 # One failure in a first batch of two is 50 %, above 25 %: the third server is never touched.
 FLEET_SIM_ROLES="good refuse good" scripts/fleet-sim.sh start 3 "$work/small"
 before=$(states small | grep fcsim-03)
-play small stopped rolling_update -e rolling_serial=2 -e rolling_max_fail_percentage=25 \
+play small stopped rolling_update -e fc_serial=2 -e fc_max_fail_percentage=25 \
     -e "qdmhost_deb=$work/small/qdmhost.deb"
 expect "rollout stops when the failure percentage is exceeded" "$before" "$(states small | grep fcsim-03)"
 expect "the stopped rollout ran on the first batch only" "fcsim-01 fcsim-02" "$(recap stopped | cut -d' ' -f1 | xargs)"
