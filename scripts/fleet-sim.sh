@@ -163,7 +163,7 @@ start_server() {
     ssh-keygen -q -t ed25519 -N '' -C "$name" -f "$dir/$name/ssh_host_ed25519_key"
     # --kill-child: when the outer unshare ends, the server's first process
     # gets SIGKILL, and with it every process of its PID namespace.
-    TMPDIR=$dir/$name setsid unshare --uts --pid --fork --kill-child --mount-proc -- \
+    TMPDIR=$dir/$name unshare --uts --pid --fork --kill-child --mount-proc -- \
         "${SANDBOX[@]}" "$PWD/scripts/fleet-sim.sh" --server "$dir" "$name" "$role" \
         </dev/null >>"$dir/$name/server.log" 2>&1 &
     echo $! >"$dir/$name/pid"
@@ -270,7 +270,7 @@ EOF
 ansible_host=127.0.0.1
 ansible_user=root
 ansible_ssh_private_key_file=$dir/client_key
-ansible_ssh_common_args='-o UserKnownHostsFile=$dir/known_hosts -o StrictHostKeyChecking=yes -o IdentitiesOnly=yes -o ConnectTimeout=5'
+ansible_ssh_common_args='-o UserKnownHostsFile=$dir/known_hosts -o StrictHostKeyChecking=yes -o IdentitiesOnly=yes -o ConnectTimeout=10'
 ansible_control_path_dir=$dir/control
 ansible_pipelining=true
 ansible_python_interpreter=/usr/bin/python3

@@ -61,10 +61,10 @@ report=ok
 expect "the report page shows what the fleet document holds" ok "$report"
 
 # The package each server has already: installing it again must change nothing.
-update=(rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=20
+update=(rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=15
     -e "qdmhost_deb=$work/big/qdmhost.deb")
 before=$(states big)
-play big check "${update[@]}" --check
+play big check "${update[@]}" -e fc_serial=8 --check   # one batch: what it would do, everywhere at once
 expect "check mode changes no simulator state" "$before" "$(states big)"
 
 play big update "${update[@]}"
