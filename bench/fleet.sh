@@ -73,7 +73,9 @@ including the fleet document and the report.
 | load | $load |
 
 The load average is the machine's at the start; client, servers and tools all
-share its cores.
+share its cores. Every run has a fixed part (Ansible's start, the fleet
+document and the report written once on the controller), so the ratio grows
+with the fleet; the last column is what parallel runs leave per server.
 
 ## Wall time (s)
 
