@@ -109,14 +109,14 @@ std::map<CLI::App*, Command> AddCommands(CLI::App& app, Options& options) {
     commands[app.add_subcommand("history", "show the results of past updates")] = RunHistory;
     commands[AddTrustCommand(app, options)] = RunTrust;
     CLI::App* metrics = app.add_subcommand(
-        "metrics",
-        "write Prometheus metrics for node_exporter's textfile collector: per port and module the status against "
-        "the repository, the operating and repository versions, the last update's outcome and time; per port the "
-        "utility configuration check; this run's duration and success (on a failure the file is still written, "
-        "with success 0 and the error's name, and the exit code is the error's)");
-    metrics->add_option("--textfile", options.textfileFolder,
-                        "folder of node_exporter's textfile collector (e.g. /var/lib/prometheus/node-exporter); "
-                        "qdmhost.prom in it is replaced atomically")
+        "metrics", "write Prometheus metrics for node_exporter: status and versions of every port and module, "
+                   "last updates, utility check, this run's success");
+    metrics
+        ->add_option("--textfile", options.textfileFolder,
+                     "folder of node_exporter's textfile collector (e.g. /var/lib/prometheus/node-exporter): "
+                     "DIR/qdmhost.prom is replaced atomically, on a failure too (success 0 and the error's name; "
+                     "the exit code is the error's)")
+        ->type_name("DIR")
         ->required();
     commands[metrics] = RunMetrics;
     for (auto& entry : commands) entry.first->fallthrough();

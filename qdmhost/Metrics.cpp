@@ -20,8 +20,13 @@
 namespace qdmcli {
 
 std::string EscapeLabelValue(const std::string& value) {
+    // The format is UTF-8 only, and one bad byte makes node_exporter drop the
+    // whole file: the JSON round trip turns bytes that are not UTF-8 into U+FFFD.
+    const std::string text =
+        nlohmann::json::parse(nlohmann::json(value).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace))
+            .get<std::string>();
     std::string escaped;
-    for (char c : value) {
+    for (char c : text) {
         if (c == '\\') escaped += "\\\\";
         else if (c == '"') escaped += "\\\"";
         else if (c == '\n') escaped += "\\n";

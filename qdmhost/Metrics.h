@@ -10,7 +10,8 @@ namespace qdmcli {
 const char kMetricsFile[] = "qdmhost.prom";
 
 // A label value as the format quotes it: backslash, double quote and line
-// feed escaped; every other byte as it is.
+// feed escaped, bytes that are not UTF-8 replaced by U+FFFD; every other byte
+// as it is.
 std::string EscapeLabelValue(const std::string& value);
 
 using Labels = std::vector<std::pair<std::string, std::string>>;

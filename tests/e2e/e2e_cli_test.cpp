@@ -132,6 +132,7 @@ TEST(Metrics, LabelValuesAreEscaped) {
         {"2.02\na5", R"(2.02\na5)"},                      // line feed
         {"\\\"\n", R"(\\\"\n)"},                       // all three in a row
         {"tab\t cr\r \xc3\xa9 \\n", "tab\t cr\r \xc3\xa9 \\\\n"},  // other controls, UTF-8, a backslash before n
+        {"5.12\xff\xc3" "a3", "5.12\xef\xbf\xbd\xef\xbf\xbd" "a3"},  // not UTF-8: a stray byte, a cut sequence
         {"", ""},
     };
     for (const auto& [value, escaped] : rows) EXPECT_EQ(qdmcli::EscapeLabelValue(value), escaped) << value;

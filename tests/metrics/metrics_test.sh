@@ -11,12 +11,7 @@ cd "$(dirname "$0")/../.."
 source scripts/demo-server.sh
 work=$(mktemp -d "${TMPDIR:-/tmp}/qdmmetrics.XXXXXX")
 exporter=""
-finish() {
-    [[ -z $exporter ]] || kill "$exporter" 2>/dev/null || true
-    wait
-    rm -rf "$work"
-}
-trap finish EXIT
+trap 'set +e; [[ -z $exporter ]] || kill "$exporter"; wait; rm -rf "$work"' EXIT
 fail() { echo "FAIL: $*" >&2; exit 1; }
 export QDMHOST_VIRTUAL_TIME=1
 prom=$work/textfile/qdmhost.prom
@@ -37,7 +32,7 @@ metrics() {
     [[ $status -eq $1 ]] || fail "metrics exited $status, not $1: $(cat "$document" "$work/stderr")"
     promtool check metrics <"$prom" || fail "promtool refused $(cat "$prom")"
 }
-expect_line() { grep -qxF "$1" "$prom" || fail "no line $1 in $(cat "$prom")"; }
+expect_lines() { for line in "$@"; do grep -qxF "$line" "$prom" || fail "no line $line in $(cat "$prom")"; done; }
 
 # The last of two updates of a module counts.
 cat >"$demo_root/qdmhost/history.jsonl" <<'JSONL'
@@ -45,31 +40,28 @@ cat >"$demo_root/qdmhost/history.jsonl" <<'JSONL'
 {"time": "2026-01-02T04:00:00Z", "deviceId": "0000:05:00.0-PCI\\VEN_10DF&DEV_E200&SUBSYS_E20010DF", "wwpn": "10000090FAC30001", "kind": "firm", "outcome": "updated"}
 JSONL
 metrics 0
-labels='model="fcelx_8g1p",pci_address="0000:03:00.0",port="10000000C9A10001"'
-expect_line "qdmhost_module_status{kind=\"firm\",$labels,status=\"older\"} 1"
-expect_line 'qdmhost_module_info{kind="driver",model="fcelx_8g1p",operating_version="11.2.156.27",pci_address="0000:03:00.0",port="10000000C9A10001",repository_version="11.4.204.8"} 1'
-expect_line "qdmhost_utility_check{$labels,result=\"passed\"} 1"
-labels='kind="firm",pci_address="0000:05:00.0",port="10000090FAC30001"'
-expect_line "qdmhost_last_update_timestamp_seconds{$labels} 1767326400"
-expect_line 'qdmhost_last_update_success{kind="firm",outcome="updated",pci_address="0000:05:00.0",port="10000090FAC30001"} 1'
-expect_line 'qdmhost_metrics_success 1'
+port='pci_address="0000:03:00.0",port="10000000C9A10001"'
+expect_lines "qdmhost_module_status{kind=\"firm\",model=\"fcelx_8g1p\",$port,status=\"older\"} 1" \
+    "qdmhost_module_info{kind=\"driver\",model=\"fcelx_8g1p\",operating_version=\"11.2.156.27\",$port,repository_version=\"11.4.204.8\"} 1" \
+    "qdmhost_utility_check{model=\"fcelx_8g1p\",$port,result=\"passed\"} 1" \
+    'qdmhost_last_update_timestamp_seconds{kind="firm",pci_address="0000:05:00.0",port="10000090FAC30001"} 1767326400' \
+    'qdmhost_last_update_success{kind="firm",outcome="updated",pci_address="0000:05:00.0",port="10000090FAC30001"} 1' \
+    'qdmhost_metrics_success 1'
 
 # The tool reports a garbled WWPN and boot BIOS version; the cached readings go.
 "$qdmsim" state set /adapters/2/ports/1/wwpn '10:00:00:90:fa:c3:"q\b'
 "$qdmsim" state set /adapters/2/bootBios '5.12"a\3'
 rm -rf "$demo_root/tmp/EMULEX/cache"
 metrics 0
-grep -qF 'port="10000090FAC3\"Q\\B"' "$prom" || fail "WWPN not escaped: $(cat "$prom")"
-grep -qF 'boot_bios_version="5.12\"a\\3"' "$prom" || fail "version not escaped: $(cat "$prom")"
+for value in 'port="10000090FAC3\"Q\\B"' 'boot_bios_version="5.12\"a\\3"'; do
+    grep -qF "$value" "$prom" || fail "no $value in $(cat "$prom")"
+done
 
 exporter_port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 prometheus-node-exporter --web.listen-address="127.0.0.1:$exporter_port" --collector.disable-defaults \
     --collector.textfile --collector.textfile.directory="$work/textfile" 2>"$work/exporter.log" &
 exporter=$!
-for _ in $(seq 100); do
-    curl -sf "http://127.0.0.1:$exporter_port/metrics" >"$work/served" && break
-    sleep 0.1
-done
+for _ in $(seq 100); do curl -sf "http://127.0.0.1:$exporter_port/metrics" >"$work/served" && break; sleep 0.1; done
 grep -qx 'node_textfile_scrape_error 0' "$work/served" || fail "node_exporter: $(cat "$work/exporter.log")"
 # Every sample is served with the same name and labels (values may be formatted differently).
 samples() { grep '^qdmhost_' "$1" | sed 's/ [^ ]*$//' | sort; }
@@ -78,6 +70,5 @@ diff <(samples "$prom") <(samples "$work/served") || fail "node_exporter serves 
 # No supported adapter: the file still says so, and the exit code too.
 rm "$demo_root/qdmhost/devices.json"
 metrics 9
-expect_line 'qdmhost_metrics_error_info{exit_code="9",name="no-device"} 1'
-expect_line 'qdmhost_metrics_success 0'
+expect_lines 'qdmhost_metrics_error_info{exit_code="9",name="no-device"} 1' 'qdmhost_metrics_success 0'
 echo "metrics: normal, hostile and failed runs pass promtool; node_exporter serves them"
