@@ -34,7 +34,7 @@ measure() {
     for ((run = 0; run < runs; run++)); do
         start=$(date +%s.%N)
         ansible-playbook -i "$fleet/inventory.ini" -f "$forks" velmora.fc.fleet_inventory \
-            -e "fleet_output_dir=$work/out" >"$work/last.log" 2>&1 || { cat "$work/last.log" >&2; exit 1; }
+            -e "fleet_out_dir=$work/out" >"$work/last.log" 2>&1 || { cat "$work/last.log" >&2; exit 1; }
         awk -v start="$start" -v end="$(date +%s.%N)" 'BEGIN { print end - start }'
     done | sort -n | sed -n "$(((runs + 1) / 2))p"
 }
@@ -73,7 +73,9 @@ including the fleet document and the report.
 | load | $load |
 
 The load average is the machine's at the start; client, servers and tools all
-share its cores.
+share its cores. Every run has a fixed part (Ansible's start, the fleet
+document and the report written once on the controller), so the ratio grows
+with the fleet; the last column is what parallel runs leave per server.
 
 ## Wall time (s)
 

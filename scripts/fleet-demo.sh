@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
-# The fleet demo: builds qdmhost, starts 8 simulated servers reached over
+# The fleet demo: builds the qdmhost package, starts 8 simulated servers reached over
 # real SSH (scripts/fleet-sim.sh: mixed adapters and versions, one server
 # refusing the utility update, one whose adapter tool hangs, one
 # unreachable), then with the collection's playbooks takes the fleet
 # inventory, rolls the update out in batches of 2 and takes the inventory
-# again. The fleet document and report stay in build/fleet-demo/; the fleet
+# again. The fleet documents and reports stay in build/fleet-demo/; the fleet
 # is stopped at the end, also on failure.
 #   scripts/fleet-demo.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/demo-server.sh
 
-scripts/setup-deps.sh
-cmake -S . -B build -G Ninja -DQDM_BENCH=OFF >/dev/null
-cmake --build build --target qdmhost qdmsim qdmp_EMULEX_FC   # the demo needs no tests
+# The package and the simulator, both from scripts/package.sh's build.
+deb=$(scripts/package.sh | tail -1)
+export FLEET_SIM_DEB=$deb FLEET_SIM_BUILD=$PWD/build-package
 
 out=$PWD/build/fleet-demo
 fleet=$(mktemp -d /tmp/fleet-demo.XXXXXX)
@@ -30,13 +30,14 @@ sed -n '/^# Roles by index/,/^$/p' scripts/fleet-sim.sh | sed 's/^# \{0,1\}//'
 demo_run cat "$fleet/inventory.ini"
 
 heading "2. Fleet inventory: every server's adapters and versions, one document and one report"
-play velmora.fc.fleet_inventory -e "fleet_output_dir=$out/before"
+play velmora.fc.fleet_inventory -e "fleet_out_dir=$out/before"
 
 heading "3. Rolling update in batches of 2 (the hanging server is cut off after 20 s)"
-play velmora.fc.rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=20
+play velmora.fc.rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=20 \
+    -e "qdmhost_deb=$deb"
 
 heading "4. Fleet inventory again"
-play velmora.fc.fleet_inventory -e "fleet_output_dir=$out/after"
+play velmora.fc.fleet_inventory -e "fleet_out_dir=$out/after"
 
 heading "5. The fleet report"
 echo "before the update: $out/before/fleet.html"

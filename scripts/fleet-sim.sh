@@ -34,8 +34,10 @@
 # (one word per server, from good, refuse, hang, unreachable; missing words
 # mean good) overrides the table for any N.
 #
-# FLEET_SIM_BUILD: the build tree with qdmhost, the provider and qdmsim
-# (default: build/ of this checkout).
+# FLEET_SIM_BUILD: the build tree (default: build/ of this checkout); its
+# qdmsim is the simulator and, unless FLEET_SIM_DEB names a qdmhost .deb,
+# cpack makes the package from it. Each server installs the package with
+# dpkg -i; it is kept as DIR/qdmhost.deb (for rolling_update's qdmhost_deb).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/demo-server.sh
@@ -137,26 +139,21 @@ EOF
 serve() {
     local dir=$1 name=$2 role=$3 build=${FLEET_SIM_BUILD:-$PWD/build}
     hostname "$name"
+    # Its own home for root: the real one's shell start-up files stay out of every session.
+    mkdir -p "$dir/$name/root"
+    local passwd
+    passwd=$(awk -F: -v OFS=: -v home="$dir/$name/root" '$1 == "root" { $6 = home } 1' /etc/passwd)
+    echo "$passwd" >/etc/passwd
     mount -t tmpfs -o mode=0755 fcsim-run /run   # sshd's privilege separation folder, private
     mkdir -p /run/sshd
     local config=good
     [[ $role == refuse ]] && config=broken-port
     "$build/sim/qdmsim" install --state "$dir/$name/state.json" --config "$config" >/dev/null
-    demo_prepare_root
     [[ $role == hang ]] && "$build/sim/qdmsim" fault Download hang
-    install_qdmhost "$build"
+    dpkg -i "$dir/qdmhost.deb" >/dev/null
     cp -r "$dir/repository" "$demo_root/repository"
     qdmhost trust add "$dir/publisher/minisign.pub" >/dev/null
     exec /usr/sbin/sshd -D -f "$dir/$name/sshd_config" -E "$dir/$name/sshd.log"
-}
-
-# qdmhost as the package lays it out: the binary in /usr/sbin, the provider
-# below the install root.
-install_qdmhost() {
-    local build=$1
-    cp "$build/qdmhost/qdmhost" /usr/sbin/qdmhost
-    mkdir -p "$demo_root/lib"
-    cp "$build/provider/libqdmp_EMULEX_FC.so" "$demo_root/lib/"
 }
 
 # Starts one server in the background; its outermost process's id goes to DIR/NAME/pid.
@@ -166,7 +163,7 @@ start_server() {
     ssh-keygen -q -t ed25519 -N '' -C "$name" -f "$dir/$name/ssh_host_ed25519_key"
     # --kill-child: when the outer unshare ends, the server's first process
     # gets SIGKILL, and with it every process of its PID namespace.
-    TMPDIR=$dir/$name setsid unshare --uts --pid --fork --kill-child --mount-proc -- \
+    TMPDIR=$dir/$name unshare --uts --pid --fork --kill-child --mount-proc -- \
         "${SANDBOX[@]}" "$PWD/scripts/fleet-sim.sh" --server "$dir" "$name" "$role" \
         </dev/null >>"$dir/$name/server.log" 2>&1 &
     echo $! >"$dir/$name/pid"
@@ -187,6 +184,22 @@ wait_for_servers() {
     done
 }
 
+# DIR/qdmhost.deb: FLEET_SIM_DEB, else the package made from the build tree.
+make_package() {
+    local dir=$1 build=${FLEET_SIM_BUILD:-$PWD/build}
+    if [[ -n ${FLEET_SIM_DEB:-} ]]; then
+        cp "$FLEET_SIM_DEB" "$dir/qdmhost.deb"
+        return
+    fi
+    [[ -e $build/CPackConfig.cmake ]] || die "$build is not configured; build it, or set FLEET_SIM_DEB"
+    cpack --config "$build/CPackConfig.cmake" -B "$dir/package" >"$dir/package.log" 2>&1 ||
+        die "cpack failed: see $dir/package.log"
+    cp "$dir"/package/qdmhost_*.deb "$dir/qdmhost.deb"
+    rm -rf "$dir/package"
+    dpkg-deb --contents "$dir/qdmhost.deb" | grep ' \./usr/sbin/qdmhost$' >/dev/null ||
+        die "the package has no /usr/sbin/qdmhost: configure $build with -DCMAKE_INSTALL_PREFIX=/usr"
+}
+
 # The publisher key of the run and the signed repository every server gets.
 make_repository() {
     local dir=$1 qdmsim=${FLEET_SIM_BUILD:-$PWD/build}/sim/qdmsim
@@ -203,18 +216,17 @@ start() {
     dir=$(cd "$2" && pwd)
     [[ ! -e $dir/inventory.ini ]] || die "$dir holds a fleet already; stop it and use a fresh folder"
     local build=${FLEET_SIM_BUILD:-$PWD/build}
-    for binary in qdmhost/qdmhost sim/qdmsim provider/libqdmp_EMULEX_FC.so; do
-        [[ -e $build/$binary ]] || die "$build/$binary missing: build qdmhost, qdmsim and qdmp_EMULEX_FC first"
-    done
+    [[ -x $build/sim/qdmsim ]] || die "$build/sim/qdmsim missing: build first"
     # A start that fails half-way leaves nothing running (DIR expanded now: it is local).
     # shellcheck disable=SC2064
     trap "stop $(printf %q "$dir")" EXIT
+    make_package "$dir"
     make_repository "$dir"
     ssh-keygen -q -t ed25519 -N '' -C fleet-sim-client -f "$dir/client_key"
     cp "$dir/client_key.pub" "$dir/authorized_keys"
     : >"$dir/known_hosts"
     : >"$dir/ssh_config"
-    mkdir -p "$dir/control" "$dir/remote-tmp"
+    mkdir -p "$dir/control"
     local -a ports started=()
     mapfile -t ports < <(free_ports "$count")
     printf '[fc_servers]\n' >"$dir/inventory.ini"
@@ -258,9 +270,9 @@ EOF
 ansible_host=127.0.0.1
 ansible_user=root
 ansible_ssh_private_key_file=$dir/client_key
-ansible_ssh_common_args='-o UserKnownHostsFile=$dir/known_hosts -o StrictHostKeyChecking=yes -o IdentitiesOnly=yes -o ConnectTimeout=5'
+ansible_ssh_common_args='-o UserKnownHostsFile=$dir/known_hosts -o StrictHostKeyChecking=yes -o IdentitiesOnly=yes -o ConnectTimeout=10'
 ansible_control_path_dir=$dir/control
-ansible_remote_tmp=$dir/remote-tmp
+ansible_pipelining=true
 ansible_python_interpreter=/usr/bin/python3
 EOF
 }
