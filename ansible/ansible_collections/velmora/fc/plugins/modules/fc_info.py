@@ -23,25 +23,9 @@ description:
   - Never changes anything on the server.
 author:
   - Velmora
+extends_documentation_fragment:
+  - velmora.fc.qdmhost
 options:
-  qdmhost:
-    description: Path of the qdmhost program on the managed server.
-    type: path
-    default: /usr/sbin/qdmhost
-  repo:
-    description: Update repository folder (qdmhost C(--repo)); qdmhost's default when omitted.
-    type: path
-  root:
-    description: The provider's install root (qdmhost C(--root)); qdmhost's default when omitted.
-    type: path
-  port:
-    description:
-      - Only these ports, each named by device identifier, PCI address, WWPN or bus/device/function
-        (qdmhost C(--port), repeated).
-      - All ports when empty.
-    type: list
-    elements: str
-    default: []
   timeout:
     description:
       - Seconds each qdmhost run may take. A run that has not finished by then is killed, with the
