@@ -22,6 +22,7 @@
 namespace e2e {
 
 using nlohmann::json;
+using qdmtest::ShellQuote;
 
 // The dual-port model writes its PCI ids below the standard root, so the
 // tests use that root; the sandbox makes it private.
@@ -37,16 +38,10 @@ struct HostRun {
     json Json() const { return json::parse(out); }
 };
 
-inline std::string Quote(const std::string& word) {
-    std::string quoted = "'";
-    for (char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
 // A hanging run is killed after 60 s, so that no qdmhost outlives its test.
 inline std::string HostCommandLine(const std::vector<std::string>& args) {
-    std::string line = "QDMHOST_VIRTUAL_TIME=1 timeout -s KILL 60 " + Quote(QDM_HOST_BINARY);
-    for (const std::string& arg : args) line += " " + Quote(arg);
+    std::string line = "QDMHOST_VIRTUAL_TIME=1 timeout -s KILL 60 " + ShellQuote(QDM_HOST_BINARY);
+    for (const std::string& arg : args) line += " " + ShellQuote(arg);
     return line;
 }
 
@@ -68,13 +63,13 @@ inline bool Minisign(const std::string& arguments) {
 inline PublisherKey MakePublisherKey(const std::string& folder) {
     std::filesystem::create_directories(folder);
     const PublisherKey key{folder + "/minisign.pub", folder + "/minisign.key"};
-    Minisign("-G -W -p " + Quote(key.publicKey) + " -s " + Quote(key.secretKey));
+    Minisign("-G -W -p " + ShellQuote(key.publicKey) + " -s " + ShellQuote(key.secretKey));
     return key;
 }
 
 // Writes file + ".minisig"; `options` such as "-l" (legacy signature) go before the file.
 inline bool SignFile(const PublisherKey& key, const std::string& file, const std::string& options = "") {
-    return Minisign("-S " + options + " -s " + Quote(key.secretKey) + " -m " + Quote(file));
+    return Minisign("-S " + options + " -s " + ShellQuote(key.secretKey) + " -m " + ShellQuote(file));
 }
 
 inline size_t Occurrences(const std::string& text, const std::string& what) {
@@ -85,16 +80,13 @@ inline size_t Occurrences(const std::string& text, const std::string& what) {
 
 inline std::string PortAddress(const json& port) { return port["deviceId"].get<std::string>().substr(0, 12); }
 
-inline std::string ModuleStatus(const json& port, const std::string& kind) {
-    for (const json& module : port["modules"])
-        if (module["kind"] == kind) return module["status"];
-    return "";
-}
-
 // A port's WWPN and the statuses of its firmware, driver and utility, as one line.
 inline std::string PortStatuses(const json& port) {
-    return port["wwpn"].get<std::string>() + " " + ModuleStatus(port, "firm") + " " + ModuleStatus(port, "driver") +
-           " " + ModuleStatus(port, "util");
+    std::string line = port["wwpn"].get<std::string>();
+    for (const char* kind : {"firm", "driver", "util"})
+        for (const json& module : port["modules"])
+            if (module["kind"] == kind) line += " " + module["status"].get<std::string>();
+    return line;
 }
 
 // The results of an update document for one module kind, keyed by port address.
@@ -128,23 +120,20 @@ public:
     }
 
     void TearDown() override {
-        for (const auto& process : StartedProcesses()) ::kill(process.first, SIGKILL);
+        KillStartedProcesses();
         if (!folder_.empty()) qdmtest::RemoveTree(folder_);
     }
 
     HostRun Run(const std::vector<std::string>& args) const {
         HostRun run;
-        run.exitCode = qdmtest::RunShell(HostCommandLine(args) + " 2>" + Quote(folder_ + "/out/stderr"), &run.out);
+        run.exitCode = qdmtest::RunShell(HostCommandLine(args) + " 2>" + ShellQuote(folder_ + "/out/stderr"), &run.out);
         run.err = qdmtest::ReadFile(folder_ + "/out/stderr");
-        if (std::find(args.begin(), args.end(), "--json") != args.end()) KeepDocument(run.out);
+        // Every --json document goes to the folder that the schema check reads after the e2e tests.
+        static int documents = 0;
+        if (std::find(args.begin(), args.end(), "--json") != args.end())
+            qdmtest::WriteFile(std::string(QDM_BINARY_DIR) + "/json-documents/" + std::to_string(::getpid()) + "-" +
+                                   std::to_string(++documents) + ".json", run.out);
         return run;
-    }
-
-    // Every --json document goes to the folder that the schema check reads after the e2e tests.
-    static void KeepDocument(const std::string& document) {
-        static int count = 0;
-        qdmtest::WriteFile(std::string(QDM_BINARY_DIR) + "/json-documents/" + std::to_string(::getpid()) + "-" +
-                               std::to_string(++count) + ".json", document);
     }
 
     HostRun Host(std::vector<std::string> args) const {
@@ -154,10 +143,10 @@ public:
 
     std::string StatePath() const { return folder_ + "/qdmsim-state.json"; }
 
-    // Live processes started by this test (qdmhost and whatever it ran): pid and command line.
-    std::vector<std::pair<pid_t, std::string>> StartedProcesses() const {
+    // Kills the live processes started by this test (qdmhost and whatever it ran); their command lines, a line each.
+    std::string KillStartedProcesses() const {
         const std::string marker = std::string(1, '\0') + "QDMTEST_RUN=" + std::to_string(::getpid()) + '\0';
-        std::vector<std::pair<pid_t, std::string>> found;
+        std::string killed;
         std::error_code error;
         for (std::filesystem::directory_iterator it("/proc", error), end; !error && it != end; it.increment(error)) {
             const std::string proc = it->path().string(), name = it->path().filename().string();
@@ -166,58 +155,49 @@ public:
                 continue;
             std::string line = qdmtest::ReadFile(proc + "/cmdline");
             std::replace(line.begin(), line.end(), '\0', ' ');
-            found.emplace_back(std::stoi(name), line);
+            killed += line + "\n";
+            ::kill(std::stoi(name), SIGKILL);
         }
-        return found;
+        return killed;
     }
 
-    void ExpectNoProcessLeft() const {
-        std::string left;
-        for (const auto& process : StartedProcesses()) left += process.second + "\n";
-        EXPECT_EQ(left, "") << "processes outlived the run";
-    }
-
-    // Every entry below the fixed system paths and this test's folder, but
-    // where a run may write (the work area, the host's logs, the runs'
-    // outputs, the simulator's call log, `excluded_`): files by type, size and
-    // change time (a writer cannot set it back), links by target (an update may
-    // put the same link again).
+    // Every entry below the fixed system paths and this test's folder but
+    // `excluded_`: files by type, size and change time (a writer cannot set it
+    // back), links by target (an update may put the same link again).
     std::map<std::string, std::string> SnapshotOutsideWorkArea() const {
-        std::vector<std::string> excluded = {kRoot + "/tmp", kRoot + "/log", folder_ + "/out", StatePath() + ".lock",
-                                             StatePath() + ".calls"};
-        excluded.insert(excluded.end(), excluded_.begin(), excluded_.end());
         std::map<std::string, std::string> entries;
         for (const std::string& root : {std::string("/etc"), std::string("/usr/sbin"), std::string("/opt"), folder_}) {
             std::error_code error, ignored;
-            for (std::filesystem::recursive_directory_iterator it(root, error), end; !error && it != end;
-                 it.increment(error)) {
+            for (std::filesystem::recursive_directory_iterator it(root, error), end; !error && it != end; it.increment(error)) {
                 const std::string path = it->path().string();
                 struct stat info;
-                if (std::find(excluded.begin(), excluded.end(), path) != excluded.end())
+                if (std::find(excluded_.begin(), excluded_.end(), path) != excluded_.end())
                     it.disable_recursion_pending();
                 else if (::lstat(path.c_str(), &info) == 0)  // a folder's entries are recorded one by one
-                    entries[path] = S_ISDIR(info.st_mode)   ? "folder"
+                    entries[path] = S_ISDIR(info.st_mode) ? "folder"
                                     : S_ISLNK(info.st_mode) ? "link to " + std::filesystem::read_symlink(path, ignored).string()
-                                                            : std::to_string(info.st_mode) + " size " +
-                                                                  std::to_string(info.st_size) + " changed " +
-                                                                  std::to_string(info.st_ctim.tv_sec) + "." +
-                                                                  std::to_string(info.st_ctim.tv_nsec);
+                                    : std::to_string(info.st_mode) + " size " + std::to_string(info.st_size) + " changed " +
+                                          std::to_string(info.st_ctim.tv_sec) + "." + std::to_string(info.st_ctim.tv_nsec);
             }
         }
         return entries;
     }
 
-    // `update`: the run may also change the simulated server, write the
-    // history and accepted serials, and the driver's depmod override.
+    // A run may write the work area, the host's logs, the runs' outputs and the
+    // simulator's call log; with `update` also the simulated server, the history,
+    // the accepted serials and the driver's depmod override.
     void TakeBaseline(bool update = false) {
+        excluded_ = {kRoot + "/tmp", kRoot + "/log", folder_ + "/out", StatePath() + ".lock", StatePath() + ".calls"};
         if (update)
-            excluded_ = {StatePath(), kRoot + "/qdmhost/history.jsonl", kRoot + "/qdmhost/accepted-serials.json",
-                         "/etc/depmod.d/elxlpfc.conf"};
+            excluded_.insert(excluded_.end(), {StatePath(), kRoot + "/qdmhost/history.jsonl",
+                                               kRoot + "/qdmhost/accepted-serials.json", "/etc/depmod.d/elxlpfc.conf"});
         baseline_ = SnapshotOutsideWorkArea();
         ASSERT_GT(baseline_.size(), 100u) << "the snapshot missed the system folders";
     }
 
-    void ExpectNothingWrittenOutsideWorkArea() const {
+    // No process of this test lives on, nothing outside the work area changed since the baseline.
+    void ExpectNothingLeftBehind() const {
+        EXPECT_EQ(KillStartedProcesses(), "") << "processes outlived the run";
         std::map<std::string, std::string> now = SnapshotOutsideWorkArea(), before = baseline_;
         std::string changes;
         for (const auto& entry : before)

@@ -45,12 +45,10 @@ TEST_P(ListingFault, InventoryEndsWithUnresolvedPorts) {
         EXPECT_EQ(e2e::PortStatuses(port), (known ? wwpn : "") + status + status + " no-package");
     }
     const size_t failed = e2e::Occurrences(run.err, "message MSGID_EMULEXCOMMON_0001_F");
-    EXPECT_EQ(failed > 0, runs > 0) << run.err;
-    EXPECT_EQ(resolved == 0, runs > 0);
+    EXPECT_EQ(std::to_string(failed > 0) + std::to_string(resolved == 0), runs > 0 ? "11" : "00") << run.err;
     EXPECT_LT(resolved, ports.size());
     EXPECT_EQ(runs ? qdmtest::SimCallCount("listhbas") : 0u, runs * failed);
-    ExpectNoProcessLeft();
-    ExpectNothingWrittenOutsideWorkArea();
+    ExpectNothingLeftBehind();
 }
 
 INSTANTIATE_TEST_SUITE_P(Modes, ListingFault,
@@ -86,10 +84,9 @@ TEST_F(E2eTest, SixtyFourPortsTakeOneListingAndOneQueryPerPort) {
         std::snprintf(text, sizeof text, "10000090FA00%02zX%02zX", i / 2, i % 2);
         EXPECT_EQ(e2e::PortStatuses(ports[i]), text + std::string(" no-package no-package no-package"));
     }
-    EXPECT_EQ(qdmtest::SimCallCount("listhbas"), 1u);
-    EXPECT_EQ(qdmtest::SimCallCount("version"), 1u);
-    EXPECT_EQ(qdmtest::SimCallCount("HbaAttributes"), 64u);
-    ExpectNothingWrittenOutsideWorkArea();
+    EXPECT_EQ(std::to_string(qdmtest::SimCallCount("listhbas")) + " " + std::to_string(qdmtest::SimCallCount("version")) +
+                  " " + std::to_string(qdmtest::SimCallCount("HbaAttributes")), "1 1 64");
+    ExpectNothingLeftBehind();
 }
 
 struct HostileModule {
@@ -123,7 +120,7 @@ TEST_P(HostileModuleTest, OnlyThisModuleIsAffected) {
     for (const char* kind : {"firm", "driver", "util"})
         EXPECT_EQ(Outcomes(document, kind)["0000:03:00.0"], "updated") << kind;
     EXPECT_FALSE(qdmtest::Exists("/etc/evil"));
-    ExpectNothingWrittenOutsideWorkArea();
+    ExpectNothingLeftBehind();
 }
 
 // The firmware unpacks into <root>/tmp/EMULEX/temp/firm.
@@ -171,7 +168,7 @@ TEST_P(SpoiltWorkArea, InventoryAndUpdateFailCleanly) {
     EXPECT_NE(update.dump().find(readOnly ? "qdmhost.lock: Read-only file system" : "No space left on device"),
               std::string::npos) << update;
     for (const json& result : update.value("results", json::array())) EXPECT_NE(result["outcome"], "updated");
-    ExpectNothingWrittenOutsideWorkArea();
+    ExpectNothingLeftBehind();
     ::umount2(workArea.c_str(), MNT_DETACH);
 }
 
@@ -209,8 +206,7 @@ TEST_P(CacheBlocker, InventoryRecoversOrFailsCleanly) {
         EXPECT_EQ(e2e::PortStatuses(port),
                   (lost && name == "Listhbas.txt" ? "" : e2e::kDemoWwpns.at(address)) + firmware + firmware + utility);
     }
-    ExpectNoProcessLeft();
-    ExpectNothingWrittenOutsideWorkArea();
+    ExpectNothingLeftBehind();
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, CacheBlocker,
@@ -226,8 +222,7 @@ protected:
                       qdmtest::SimGet("driverVersion") + qdmtest::SimGet("utilityVersion"),
                   "\"2.02a5\"\"11.4.204.8\"\"11.4.204.8\"\"11.4.204.8\"");
         EXPECT_EQ(qdmtest::SimCallCount("-Uhv"), 1u);
-        ExpectNoProcessLeft();
-        ExpectNothingWrittenOutsideWorkArea();
+        ExpectNothingLeftBehind();
     }
 };
 
@@ -245,9 +240,9 @@ TEST_F(ConcurrentUpdate, TwoUpdatesAtOnceUpdateOnce) {
                document.value("error", json::object()).value("name", "")];
         for (const json& result : document.value("results", json::array())) ++seen[result["outcome"]];
     }
-    EXPECT_GE(seen["0"], 1) << json(seen);
-    EXPECT_EQ(seen["0"] + seen["6lock-busy"], 2) << json(seen);
-    EXPECT_EQ(seen["updated"], 4) << json(seen);  // utility, driver, two firmware images
+    // At least one run succeeds; 4 updated: utility, driver, two firmware images.
+    EXPECT_EQ(std::to_string(seen["0"] >= 1) + " " + std::to_string(seen["0"] + seen["6lock-busy"]) + " " +
+                  std::to_string(seen["updated"]), "1 2 4") << json(seen);
     EXPECT_EQ(qdmtest::SimCallCount("Download"), 3u);
     ExpectDemoUpdated();
 }
@@ -258,19 +253,15 @@ TEST_F(ConcurrentUpdate, UpdateKilledDuringDownloadIsRecoveredByTheNextRun) {
     BuildDemoRepository();
     ASSERT_TRUE(qdmtest::SimFault("Download", "hang"));
     TakeBaseline(true);
-    ASSERT_EQ(qdmtest::RunShell("QDMHOST_VIRTUAL_TIME=1 " + e2e::Quote(QDM_HOST_BINARY) + " --repo " + repo_ +
+    ASSERT_EQ(qdmtest::RunShell("QDMHOST_VIRTUAL_TIME=1 " + qdmtest::ShellQuote(QDM_HOST_BINARY) + " --repo " + repo_ +
                                 " update </dev/null >/dev/null 2>&1 & for i in $(seq 1000); do [ \"$(" QDM_SIM_BINARY
                                 " calls Download)\" = 0 ] || break; sleep 0.02; done; kill -9 $!; wait $!; flock -n " +
                                 e2e::kRoot + "/tmp/qdmhost.lock true"),
               0);
     EXPECT_EQ(qdmtest::SimCallCount("Download"), 1u);
-    std::string left = "\n";
-    for (const auto& process : StartedProcesses()) {
-        left += process.second + "\n";
-        ::kill(process.first, SIGKILL);
-    }
+    const std::string left = "\n" + KillStartedProcesses();
     EXPECT_NE(left.find("\n/usr/sbin/ocmanager/hbacmd Download"), std::string::npos) << left;
-    for (int i = 0; i < 500 && !StartedProcesses().empty(); ++i)
+    for (int i = 0; i < 500 && !KillStartedProcesses().empty(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     ASSERT_TRUE(qdmtest::SimFault("Download", "off"));
     EXPECT_EQ(Host({"--json", "update"}).Json()["exitCode"], 0);

@@ -55,23 +55,16 @@ const Attack kAttacks[] = {
     // One byte of an archive changed.
     {"ArchiveByteChanged", "archive-mismatch", [](TrustTest& t) { FlipByte(t.Repo("fw-16g.zip")); }},
     // An archive swapped for another valid archive of the repository (a smaller one).
-    {"ArchiveSwapped", "archive-mismatch",
-     [](TrustTest& t) { WriteFile(t.Repo("fw-8g.zip"), ReadFile(t.Repo("fw-16g.zip"))); }},
+    {"ArchiveSwapped", "archive-mismatch", [](TrustTest& t) { WriteFile(t.Repo("fw-8g.zip"), ReadFile(t.Repo("fw-16g.zip"))); }},
     // An archive longer than declared: refused while copying.
-    {"ArchiveLonger", "archive-too-large",
-     [](TrustTest& t) { WriteFile(t.Repo("lpfc.zip"), ReadFile(t.Repo("lpfc.zip")) + "trailer"); }},
+    {"ArchiveLonger", "archive-too-large", [](TrustTest& t) { WriteFile(t.Repo("lpfc.zip"), ReadFile(t.Repo("lpfc.zip")) + "trailer"); }},
     // The catalogue edited after signing: a raised version.
-    {"CatalogueEdited", "bad-signature",
-     [](TrustTest& t) {
-         json catalogue = json::parse(ReadFile(t.Repo("catalogue.json")));
-         catalogue["packages"][1]["version"] = "11.4.204.9";
-         WriteFile(t.Repo("catalogue.json"), catalogue.dump(2));
-     }},
+    {"CatalogueEdited", "bad-signature", [](TrustTest& t) {
+         std::string text = ReadFile(t.Repo("catalogue.json"));
+         WriteFile(t.Repo("catalogue.json"), text.replace(text.find("\"11.4.204.8\""), 12, "\"11.4.204.9\"")); }},
     // Signed with a key the server does not trust.
-    {"KeyNotTrusted", "unknown-key",
-     [](TrustTest& t) {
-         ASSERT_TRUE(e2e::SignFile(e2e::MakePublisherKey(t.folder_ + "/stranger"), t.Repo("catalogue.json")));
-     }},
+    {"KeyNotTrusted", "unknown-key", [](TrustTest& t) {
+         ASSERT_TRUE(e2e::SignFile(e2e::MakePublisherKey(t.folder_ + "/stranger"), t.Repo("catalogue.json"))); }},
     // No signature at all.
     {"NoSignature", "unsigned", [](TrustTest& t) { ::unlink(t.Repo("catalogue.json.minisig").c_str()); }},
     // Something else where the signature should be.
@@ -81,8 +74,7 @@ const Attack kAttacks[] = {
     {"CatalogueTooLarge", "too-large",
      [](TrustTest& t) { WriteFile(t.Repo("catalogue.json"), ReadFile(t.Repo("catalogue.json")) + std::string(1 << 20, ' ')); }},
     // An older serial after a newer one was accepted (by an update that changed nothing).
-    {"OlderSerial", "rollback",
-     [](TrustTest& t) {
+    {"OlderSerial", "rollback", [](TrustTest& t) {
          const std::string full = ReadFile(t.Repo("catalogue.json"));
          WriteFile(t.Repo("catalogue.json"), json({{"packages", {{{"uniqueNames", {"fcelx_8g2p_10df_f100_10df_f100"}},
                                                                  {"kind", "firm"}, {"version", "2.02a5"},
@@ -90,17 +82,13 @@ const Attack kAttacks[] = {
          t.PublishCatalogue({"--serial", "5"});
          ASSERT_EQ(t.Host({"update"}).exitCode, 0);
          WriteFile(t.Repo("catalogue.json"), full);
-         t.PublishCatalogue({"--serial", "4"});
-     }},
+         t.PublishCatalogue({"--serial", "4"}); }},
     // A catalogue past its expiry (a frozen repository).
-    {"Expired", "expired",
-     [](TrustTest& t) { t.PublishCatalogue({"--expires", "2000-01-01T00:00:00Z"}); }},
+    {"Expired", "expired", [](TrustTest& t) { t.PublishCatalogue({"--expires", "2000-01-01T00:00:00Z"}); }},
     // An archive replaced by a link, even to an identical copy.
-    {"ArchiveLink", "archive-not-regular",
-     [](TrustTest& t) {
+    {"ArchiveLink", "archive-not-regular", [](TrustTest& t) {
          std::filesystem::rename(t.Repo("fw-16g.zip"), t.folder_ + "/fw-16g.zip");
-         std::filesystem::create_symlink(t.folder_ + "/fw-16g.zip", t.Repo("fw-16g.zip"));
-     }},
+         std::filesystem::create_symlink(t.folder_ + "/fw-16g.zip", t.Repo("fw-16g.zip")); }},
 };
 
 // Test names carry the row's name, not its bytes.
@@ -118,8 +106,7 @@ TEST_P(AttackTest, RefusedWithNothingChanged) {
     EXPECT_EQ(std::to_string(run.exitCode) + " " + error["reason"].get<std::string>(),
               std::string("11 ") + GetParam().reason) << run.out;
     EXPECT_NE(error["message"].get<std::string>().find(repo_), std::string::npos) << run.out;
-    ExpectNothingWrittenOutsideWorkArea();  // the simulated server, the history and the accepted serials included
-    ExpectNoProcessLeft();
+    ExpectNothingLeftBehind();  // the simulated server, the history and the accepted serials included
     // Nothing flashed, installed or run: depmod -a, the utility's scripts.
     for (const char* verb : {"Download", "-Uhv", "-a", "install", "uninstall"})
         EXPECT_EQ(qdmtest::SimCallCount(verb), 0u) << verb;

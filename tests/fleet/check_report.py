@@ -3,7 +3,7 @@
 Validates the fleet document, opens the report page in headless Chromium, compares the rendered summary, rows and
 their action-first order with the document and writes a screenshot. Exit 0 when they match, 1 with a diff when
 not, 2 when an input is unusable."""
-import difflib, itertools, json, os, re, signal, subprocess, sys, tempfile
+import contextlib, difflib, itertools, json, os, re, signal, subprocess, sys, tempfile
 from html.parser import HTMLParser
 from pathlib import Path
 
@@ -132,10 +132,8 @@ def chromium(page, screenshot):
         except subprocess.TimeoutExpired:
             raise RuntimeError('chromium did not finish in 30 s') from None
         finally:
-            try:
+            with contextlib.suppress(ProcessLookupError):
                 os.killpg(process.pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
             process.wait()
     if process.returncode != 0 or screenshot.read_bytes()[:8] != b'\x89PNG\r\n\x1a\n':
         raise RuntimeError(f'chromium exited {process.returncode} without a DOM and a PNG: {errors[-2000:]}')
@@ -153,8 +151,8 @@ def main(fleet_path, report_path, screenshot_path):
             return 1
         page = Page(chromium(Path(report_path).resolve(), Path(screenshot_path).resolve()))
     except jsonschema.ValidationError as error:
-        where = '/'.join(map(str, error.absolute_path))
-        print(f'check_report: {fleet_path} is no fleet document: at /{where}: {error.message}', file=sys.stderr)
+        print(f'check_report: {fleet_path} is no fleet document: at /{"/".join(map(str, error.absolute_path))}: '
+              f'{error.message}', file=sys.stderr)
         return 2
     except (OSError, ValueError, RuntimeError) as error:
         print(f'check_report: {error}', file=sys.stderr)
@@ -165,7 +163,4 @@ def main(fleet_path, report_path, screenshot_path):
 
 
 if __name__ == '__main__':
-    if len(sys.argv) != 4:
-        print(__doc__, file=sys.stderr)
-        sys.exit(2)
-    sys.exit(main(*sys.argv[1:]))
+    sys.exit(main(*sys.argv[1:]) if len(sys.argv) == 4 else print(__doc__, file=sys.stderr) or 2)

@@ -1,8 +1,10 @@
 #!/usr/bin/python3
 """The collection's Python logic: qdmhost's JSON turned into results or
 failures, time-outs, and the fleet document's server entries."""
+import contextlib
 import json
 import os
+import pathlib
 import sys
 import tempfile
 import unittest
@@ -18,27 +20,15 @@ def doc(exit_code, **fields):
     return json.dumps(dict(ENVELOPE, exitCode=exit_code, **fields))
 
 
-def error(exit_code, name, reason=None):
-    body = {"exitCode": exit_code, "name": name, "message": "qdmhost says why"}
-    if reason:
-        body["reason"] = reason
-    return doc(exit_code, error=body)
-
-
-def running(pid):
-    """Whether PID lives (a killed orphan may wait as a zombie for its reaper)."""
-    try:
-        with open("/proc/%s/stat" % pid) as stat:
-            return stat.read().rsplit(")", 1)[1].split()[0] != "Z"
-    except OSError:
-        return False
+def error(exit_code, name, **reason):
+    return doc(exit_code, error=dict(exitCode=exit_code, name=name, message="qdmhost says why", **reason))
 
 
 class ParseOutput(unittest.TestCase):
     def test_failures(self):
         rows = [
             # (exit code, standard output, exit name, reason)
-            (11, error(11, "untrusted-repository", "expired"), "untrusted-repository", "expired"),
+            (11, error(11, "untrusted-repository", reason="expired"), "untrusted-repository", "expired"),
             (6, error(6, "lock-busy"), "lock-busy", None),
             (8, error(8, "bad-repository"), "bad-repository", None),
             # A refused update is a whole document without an error object.
@@ -74,7 +64,9 @@ class Run(unittest.TestCase):
                 qdmhost.run(["sh", "-c", script], timeout=1)
             self.assertEqual(caught.exception.exit_name, qdmhost.TIMEOUT)
             with open(pid_file) as pid:
-                self.assertFalse(running(pid.read().strip()))
+                stat = pathlib.Path("/proc/%s/stat" % pid.read().strip())
+            with contextlib.suppress(OSError):  # gone, or a zombie waiting for its reaper
+                self.assertEqual(stat.read_text().rsplit(")", 1)[1].split()[0], "Z")
 
     def test_missing_program(self):
         with self.assertRaises(qdmhost.QdmhostError) as caught:

@@ -32,7 +32,8 @@ metrics() {
     [[ $status -eq $1 ]] || fail "metrics exited $status, not $1: $(cat "$document" "$work/stderr")"
     promtool check metrics <"$prom" || fail "promtool refused $(cat "$prom")"
 }
-expect_lines() { for line in "$@"; do grep -qxF "$line" "$prom" || fail "no line $line in $(cat "$prom")"; done; }
+# expect x LINE...: whole lines of the file; expect '' TEXT...: texts in it.
+expect() { local how=$1; shift; for text; do grep -q"$how"F -- "$text" "$prom" || fail "no $text in $(cat "$prom")"; done; }
 
 # The last of two updates of a module counts.
 cat >"$demo_root/qdmhost/history.jsonl" <<'JSONL'
@@ -41,7 +42,7 @@ cat >"$demo_root/qdmhost/history.jsonl" <<'JSONL'
 JSONL
 metrics 0
 port='pci_address="0000:03:00.0",port="10000000C9A10001"'
-expect_lines "qdmhost_module_status{kind=\"firm\",model=\"fcelx_8g1p\",$port,status=\"older\"} 1" \
+expect x "qdmhost_module_status{kind=\"firm\",model=\"fcelx_8g1p\",$port,status=\"older\"} 1" \
     "qdmhost_module_info{kind=\"driver\",model=\"fcelx_8g1p\",operating_version=\"11.2.156.27\",$port,repository_version=\"11.4.204.8\"} 1" \
     "qdmhost_utility_check{model=\"fcelx_8g1p\",$port,result=\"passed\"} 1" \
     'qdmhost_last_update_timestamp_seconds{kind="firm",pci_address="0000:05:00.0",port="10000090FAC30001"} 1767326400' \
@@ -53,9 +54,7 @@ expect_lines "qdmhost_module_status{kind=\"firm\",model=\"fcelx_8g1p\",$port,sta
 "$qdmsim" state set /adapters/2/bootBios '5.12"a\3'
 rm -rf "$demo_root/tmp/EMULEX/cache"
 metrics 0
-for value in 'port="10000090FAC3\"Q\\B"' 'boot_bios_version="5.12\"a\\3"'; do
-    grep -qF "$value" "$prom" || fail "no $value in $(cat "$prom")"
-done
+expect '' 'port="10000090FAC3\"Q\\B"' 'boot_bios_version="5.12\"a\\3"'
 
 exporter_port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 prometheus-node-exporter --web.listen-address="127.0.0.1:$exporter_port" --collector.disable-defaults \
@@ -70,5 +69,5 @@ diff <(samples "$prom") <(samples "$work/served") || fail "node_exporter serves 
 # No supported adapter: the file still says so, and the exit code too.
 rm "$demo_root/qdmhost/devices.json"
 metrics 9
-expect_lines 'qdmhost_metrics_error_info{exit_code="9",name="no-device"} 1' 'qdmhost_metrics_success 0'
+expect x 'qdmhost_metrics_error_info{exit_code="9",name="no-device"} 1' 'qdmhost_metrics_success 0'
 echo "metrics: normal, hostile and failed runs pass promtool; node_exporter serves them"

@@ -18,17 +18,20 @@ existing_paths() {
     done
 }
 
-install_package() {
+# Installs the package, inventories the simulated server with its tools only
+# (the package brings the supported-device lists and table), adds runtime files
+# of each kind purge must remove and a repository it must keep, then purges.
+inside() {
+    work=$(mktemp -d)
+    trap 'rm -rf "$work"' EXIT
+    local before after
+    before=$(existing_paths)
     dpkg -i "$deb" >"$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log" >&2; grep -q 'dependency problems' "$work/dpkg.log" &&
         fail "dependencies missing: run scripts/setup-deps.sh (this test does not use apt)"; fail "dpkg -i failed"; }
     [[ $(/usr/sbin/qdmhost --version) == "qdmhost $version "* ]] ||
         fail "no /usr/sbin/qdmhost $version (is the build's install prefix /usr?)"
     systemd-analyze verify --man=no /lib/systemd/system/qdmhost-metrics.{service,timer} || fail "systemd units do not verify"
-}
 
-# The simulated server's tools (lspci, hbacmd) only: the package brings
-# the supported-device lists and table. Every simulated WWPN is listed.
-inventory_simulated_server() {
     cp "$source_dir/sim/demo/server.json" "$work/state.json"
     export QDMSIM_STATE=$work/state.json PATH=/opt/qdmsim/bin:$PATH
     "$qdmsim" install --state "$work/state.json" >/dev/null
@@ -36,26 +39,13 @@ inventory_simulated_server() {
     for wwpn in $(grep -o '"wwpn": "[^"]*"' "$work/state.json" | cut -d'"' -f4 | tr -d : | tr a-f A-F); do
         grep -q "\"$wwpn\"" "$work/inventory.json" || fail "inventory misses port $wwpn"
     done
-}
 
-# Runtime files of each kind purge must remove, and a repository it must keep.
-add_runtime_files() {
     minisign -G -W -p "$work/key.pub" -s "$work/key.key" </dev/null >/dev/null
     /usr/sbin/qdmhost trust add "$work/key.pub" >/dev/null
     mkdir -p "$root/repository" "${textfile%/*}"
     echo '{}' >"$root/repository/catalogue.json"
     echo 'qdmhost_up 1' >"$textfile"
     [[ -d $root/tmp && -d $root/log && -d $root/qdmhost/trusted-keys ]] || fail "no runtime files to purge"
-}
-
-inside() {
-    work=$(mktemp -d)
-    trap 'rm -rf "$work"' EXIT
-    local before after
-    before=$(existing_paths)
-    install_package
-    inventory_simulated_server
-    add_runtime_files
     dpkg --purge qdmhost >/dev/null || fail "dpkg --purge failed"
     # The root and its parents stay for the repository.
     after=$(existing_paths | grep -vxE '/opt/velmora(/qdm(/provider)?)?')
@@ -66,11 +56,7 @@ inside() {
 }
 
 source_dir=$1 binary_dir=$2 qdmsim=$3 version=$4
-if [[ ${5:-} == --inside ]]; then
-    deb=$6
-    inside
-    exit 0
-fi
+[[ ${5:-} != --inside ]] || { deb=$6; inside; exit 0; }
 packages=$(mktemp -d)
 trap 'rm -rf "$packages"' EXIT
 cpack --config "$binary_dir/CPackConfig.cmake" -B "$packages" >"$packages/cpack.log" ||

@@ -30,11 +30,9 @@ def check(path):
 
 
 paths = sorted(pathlib.Path(sys.argv[2]).glob("*.json"))
-seen, failures = set(), []
-for name, problems in map(check, paths):
-    seen.add(name)
-    failures += problems
-failures += [f"no --json document of {command} was collected"
+checked = [check(path) for path in paths]
+seen = {name for name, _ in checked}
+failures = [problem for _, problems in checked for problem in problems] + [f"no --json document of {command} was collected"
              for command in ["inventory", "update", "report", "check", "history", "trust", "metrics", "error"]
              if command + ".schema.json" not in seen]
 print("\n".join(failures) or f"{len(paths)} documents valid")

@@ -11,21 +11,12 @@ namespace {
 bool WriteEntry(struct archive* zip, const ArchiveEntry& item) {
     std::unique_ptr<struct archive_entry, decltype(&archive_entry_free)> entry(archive_entry_new(),
                                                                                archive_entry_free);
+    const bool symlink = !item.symlinkTarget.empty();
     archive_entry_set_pathname(entry.get(), item.name.c_str());
-    if (!item.hardlinkTarget.empty()) {
-        archive_entry_set_filetype(entry.get(), AE_IFREG);
-        archive_entry_set_hardlink(entry.get(), item.hardlinkTarget.c_str());
-        archive_entry_set_size(entry.get(), 0);
-        return archive_write_header(zip, entry.get()) == ARCHIVE_OK;
-    }
-    if (!item.symlinkTarget.empty()) {
-        archive_entry_set_filetype(entry.get(), AE_IFLNK);
-        archive_entry_set_symlink(entry.get(), item.symlinkTarget.c_str());
-        archive_entry_set_perm(entry.get(), 0777);
-        return archive_write_header(zip, entry.get()) == ARCHIVE_OK;
-    }
-    archive_entry_set_filetype(entry.get(), AE_IFREG);
-    archive_entry_set_perm(entry.get(), item.executable ? 0755 : 0644);
+    archive_entry_set_filetype(entry.get(), symlink ? AE_IFLNK : AE_IFREG);
+    archive_entry_set_perm(entry.get(), symlink ? 0777 : item.executable ? 0755 : 0644);
+    if (symlink) archive_entry_set_symlink(entry.get(), item.symlinkTarget.c_str());
+    if (!item.hardlinkTarget.empty()) archive_entry_set_hardlink(entry.get(), item.hardlinkTarget.c_str());
     archive_entry_set_size(entry.get(), static_cast<la_int64_t>(item.content.size()));
     if (archive_write_header(zip, entry.get()) != ARCHIVE_OK) return false;
     return item.content.empty() ||

@@ -10,17 +10,13 @@ struct ArchiveEntry {
     // A constructor rather than an aggregate, so that {"name", "content"}
     // compiles cleanly with the missing-initializer warning on.
     ArchiveEntry(std::string entryName, std::string entryContent = "", bool isExecutable = false,
-                 std::string linkTarget = "")
-        : name(std::move(entryName)),
-          content(std::move(entryContent)),
-          executable(isExecutable),
-          symlinkTarget(std::move(linkTarget)) {}
+                 std::string linkTarget = "", std::string hardlink = "")
+        : name(std::move(entryName)), content(std::move(entryContent)), executable(isExecutable),
+          symlinkTarget(std::move(linkTarget)), hardlinkTarget(std::move(hardlink)) {}
 
     // A hard link to `target`: zip has no such entry, only MakeTar writes it.
     static ArchiveEntry HardLink(std::string entryName, std::string target) {
-        ArchiveEntry entry(std::move(entryName));
-        entry.hardlinkTarget = std::move(target);
-        return entry;
+        return ArchiveEntry(std::move(entryName), "", false, "", std::move(target));
     }
 
     std::string name;

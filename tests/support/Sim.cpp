@@ -18,26 +18,6 @@ namespace qdmtest {
 
 namespace {
 
-const char* const kSimBinDir = "/opt/qdmsim/bin";
-
-std::string ShellQuote(const std::string& word) {
-    std::string quoted = "'";
-    for (char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return quoted + "'";
-}
-
-std::string TrimEnd(std::string text) {
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' ')) text.pop_back();
-    return text;
-}
-
-void PrependToPath(const std::string& folder) {
-    const char* current = std::getenv("PATH");
-    std::string path = current ? current : "";
-    if (path.rfind(folder + ":", 0) == 0) return;
-    ::setenv("PATH", (folder + ":" + path).c_str(), 1);
-}
-
 // Runs a qdmsim builder with its own arguments, then the caller's extra ones.
 bool Build(const std::string& command, std::vector<std::string> args, const std::vector<std::string>& extra) {
     args.insert(args.begin(), command);
@@ -49,6 +29,12 @@ bool Build(const std::string& command, std::vector<std::string> args, const std:
 }
 
 }  // namespace
+
+std::string ShellQuote(const std::string& word) {
+    std::string quoted = "'";
+    for (char c : word) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
+}
 
 int RunSim(const std::vector<std::string>& args, std::string* output) {
     std::string command = ShellQuote(QDM_SIM_BINARY);
@@ -91,8 +77,7 @@ bool UnpackModule(const std::string& zip, const std::string& folder) {
     return status == ARCHIVE_EOF;
 }
 
-std::string InstallSimulator(const std::string& folder, const std::string& stateJson,
-                             const SimOptions& options) {
+std::string InstallSimulator(const std::string& folder, const std::string& stateJson, const SimOptions& options) {
     const std::string statePath = folder + "/qdmsim-state.json";
     WriteFile(statePath, stateJson);
     ::setenv("QDMSIM_STATE", statePath.c_str(), 1);
@@ -103,7 +88,9 @@ std::string InstallSimulator(const std::string& folder, const std::string& state
         ADD_FAILURE() << "qdmsim install failed: " << output;
         return "";
     }
-    PrependToPath(kSimBinDir);
+    // The simulated tools first on PATH, once.
+    const std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
+    if (path.rfind("/opt/qdmsim/bin:", 0) != 0) ::setenv("PATH", ("/opt/qdmsim/bin:" + path).c_str(), 1);
     return statePath;
 }
 
@@ -111,10 +98,7 @@ std::string DemoState() { return ReadFile(std::string(QDM_SOURCE_DIR) + "/sim/de
 
 size_t SimCallCount(const std::string& verb) {
     std::string output;
-    std::vector<std::string> args = {"calls"};
-    if (!verb.empty()) args.push_back(verb);
-    if (RunSim(args, &output) != 0) return 0;
-    return static_cast<size_t>(std::strtoul(output.c_str(), nullptr, 10));
+    return RunSim({"calls", verb}, &output) == 0 ? std::strtoul(output.c_str(), nullptr, 10) : 0;
 }
 
 void SimResetCalls() { RunSim({"calls", "--reset"}); }
@@ -127,11 +111,11 @@ bool SimFault(const std::string& verb, const std::string& mode, int times) {
 
 std::string SimGet(const std::string& key) {
     std::string output;
-    return RunSim({"state", "get", key}, &output) == 0 ? TrimEnd(output) : "";
+    if (RunSim({"state", "get", key}, &output) != 0) return "";
+    return output.erase(output.find_last_not_of("\n ") + 1);
 }
 
-bool BuildFirmwareModule(const std::string& out, const std::string& uniqueName,
-                         const std::vector<std::string>& extra) {
+bool BuildFirmwareModule(const std::string& out, const std::string& uniqueName, const std::vector<std::string>& extra) {
     return Build("build-firmware", {"--out", out, "--name", uniqueName}, extra);
 }
 

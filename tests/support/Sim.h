@@ -12,6 +12,9 @@ struct SimOptions {
     std::string config = "good";  // good | broken-port | commented | missing | none
 };
 
+// The word quoted for the shell.
+std::string ShellQuote(const std::string& word);
+
 // Runs `qdmsim args...` and returns its exit status; standard output and
 // error go to *output when given.
 int RunSim(const std::vector<std::string>& args, std::string* output = nullptr);
@@ -26,14 +29,13 @@ bool UnpackModule(const std::string& zip, const std::string& folder);
 // Writes stateJson to folder/qdmsim-state.json, points QDMSIM_STATE at it,
 // runs `qdmsim install` (needs the sandbox) and puts its tool folder first
 // on PATH. Returns the state path, or "" after recording a test failure.
-std::string InstallSimulator(const std::string& folder, const std::string& stateJson,
-                             const SimOptions& options = {});
+std::string InstallSimulator(const std::string& folder, const std::string& stateJson, const SimOptions& options = {});
 
 // The demo server (sim/demo/server.json) as text.
 std::string DemoState();
 
-// Tool runs logged since the last reset; verb "" counts all of them.
-size_t SimCallCount(const std::string& verb = "");
+// Runs of a tool verb logged since the last reset.
+size_t SimCallCount(const std::string& verb);
 void SimResetCalls();
 
 // Sets a fault switch (times 0: until switched off; mode "off" clears it).
@@ -42,12 +44,9 @@ bool SimFault(const std::string& verb, const std::string& mode, int times = 0);
 std::string SimGet(const std::string& key);
 
 // Update-module builders; `extra` holds further builder options.
-bool BuildFirmwareModule(const std::string& out, const std::string& uniqueName,
-                         const std::vector<std::string>& extra = {});
-bool BuildDriverModule(const std::string& out, const std::string& version,
-                       const std::vector<std::string>& extra = {});
-bool BuildUtilityModule(const std::string& out, const std::string& version,
-                        const std::vector<std::string>& extra = {});
+bool BuildFirmwareModule(const std::string& out, const std::string& uniqueName, const std::vector<std::string>& extra = {});
+bool BuildDriverModule(const std::string& out, const std::string& version, const std::vector<std::string>& extra = {});
+bool BuildUtilityModule(const std::string& out, const std::string& version, const std::vector<std::string>& extra = {});
 // Fills in the sizes and hashes of repo/catalogue.json's archives, its
 // serial and expiry (`extra`: --serial N, --expires TIME).
 bool BuildCatalogue(const std::string& repo, const std::vector<std::string>& extra = {});

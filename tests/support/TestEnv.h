@@ -3,6 +3,7 @@
 // virtual clock, plus small file helpers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,7 @@ public:
     VirtualClock();
     ~VirtualClock();
     const std::vector<unsigned long>& sleeps() const { return sleeps_; }
-    size_t count(unsigned long ms) const;
+    size_t count(unsigned long ms) const { return static_cast<size_t>(std::count(sleeps_.begin(), sleeps_.end(), ms)); }
 
 private:
     std::vector<unsigned long> sleeps_;
@@ -56,14 +57,13 @@ protected:
     std::string temp_;               // <root>/tmp/EMULEX/temp
     VirtualClock* clock_ = nullptr;
 
-    std::vector<CTraceUtility::DebugLine> Debug() const;
-    std::vector<CTraceUtility::Message> Messages() const;
+    std::vector<CTraceUtility::DebugLine> Debug() const { return CTraceUtility::CapturedDebug(); }
+    std::vector<CTraceUtility::Message> Messages() const { return CTraceUtility::CapturedMessages(); }
     // Number of captured messages with this identifier.
     size_t MessageCount(const std::string& id) const;
-    // True when some captured debug line equals the text exactly.
-    bool HasDebug(const std::string& text) const;
-    // True when some captured debug line contains the text.
-    bool HasDebugContaining(const std::string& text) const;
+    // True when some captured debug line equals the text (contains it: `part`).
+    bool HasDebug(const std::string& text, bool part = false) const;
+    bool HasDebugContaining(const std::string& text) const { return HasDebug(text, true); }
 };
 
 }  // namespace qdmtest
