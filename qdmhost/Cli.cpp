@@ -40,7 +40,8 @@ std::string HostName() {
 
 void PrintDocument(const Invocation& run, nlohmann::json document, int exitCode) {
     document.update({{"schemaVersion", kSchemaVersion}, {"qdmhost", kVersion}, {"revision", kRevision},
-                     {"host", HostName()}, {"time", run.started}, {"command", run.command}, {"exitCode", exitCode}});
+                     {"host", HostName()}, {"time", run.started}, {"command", run.command}, {"exitCode", exitCode},
+                     {"exitName", DescribeExitCode(exitCode).name}});
     // Texts from adapters may hold bytes that are not UTF-8: replaced, not fatal.
     std::cout << (run.json ? document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n"
                            : RenderText(document))

@@ -16,12 +16,12 @@ from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_server  # 
 ENVELOPE = {"schemaVersion": 1, "qdmhost": "1.0.0", "host": "fc01", "command": "update"}
 
 
-def doc(exit_code, **fields):
-    return json.dumps(dict(ENVELOPE, exitCode=exit_code, **fields))
+def doc(exit_code, name=None, **fields):
+    return json.dumps(dict(ENVELOPE, exitCode=exit_code, **({"exitName": name} if name else {}), **fields))
 
 
 def error(exit_code, name, **reason):
-    return doc(exit_code, error=dict(exitCode=exit_code, name=name, message="qdmhost says why", **reason))
+    return doc(exit_code, name, error=dict(exitCode=exit_code, name=name, message="qdmhost says why", **reason))
 
 
 class ParseOutput(unittest.TestCase):
@@ -32,10 +32,10 @@ class ParseOutput(unittest.TestCase):
             (6, error(6, "lock-busy"), "lock-busy", None),
             (8, error(8, "bad-repository"), "bad-repository", None),
             # A refused update is a whole document without an error object.
-            (5, doc(5, results=[{"outcome": "refused"}]), "refused", None),
-            (4, doc(4, results=[]), "apply-check-mismatch", None),
-            (3, doc(3, results=[]), "update-failed", None),
-            (42, doc(42), "exit-42", None),           # a code this collection does not know
+            (5, doc(5, "refused", results=[{"outcome": "refused"}]), "refused", None),
+            (4, doc(4, "apply-check-mismatch", results=[]), "apply-check-mismatch", None),
+            (3, doc(3, "update-failed", results=[]), "update-failed", None),
+            (42, doc(42), "exit-42", None),           # an exit without a name: not qdmhost's
             (0, '{"results": [', "bad-output", None),  # cut off
             (1, "", "bad-output", None),               # crashed before printing
             (0, "[1, 2]", "bad-output", None),         # JSON but not an object
@@ -49,9 +49,10 @@ class ParseOutput(unittest.TestCase):
 
     def test_accepted_exit_keeps_document_without_envelope(self):
         # A finding such as a refusing utility configuration may carry an error object too.
-        answer = qdmhost.parse_output(5, doc(5, missingComponents=[], error={"name": "refused"}), "", accepted=(0, 5))
+        answer = qdmhost.parse_output(5, doc(5, "refused", missingComponents=[], error={"name": "refused"}), "",
+                                     accepted=(0, 5))
         self.assertEqual(answer, qdmhost.Answer({"missingComponents": [], "error": {"name": "refused"}},
-                                                dict(ENVELOPE, exitCode=5), 5, "refused"))
+                                                dict(ENVELOPE, exitCode=5, exitName="refused"), 5, "refused"))
 
 
 class Run(unittest.TestCase):

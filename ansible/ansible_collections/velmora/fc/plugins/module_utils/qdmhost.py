@@ -17,28 +17,12 @@ import signal
 import subprocess
 from collections import namedtuple
 
-# qdmhost's exit codes (qdmhost --help): name and meaning.
-EXIT_CODES = {
-    0: ("ok", "everything current or updated (nothing to do included)"),
-    1: ("internal-error", "unexpected failure"),
-    2: ("usage", "bad command line"),
-    3: ("update-failed", "an update step failed"),
-    4: ("apply-check-mismatch", "an update ran but the adapter does not report the new version"),
-    5: ("refused", "a condition check refused an update (e.g. the utility configuration)"),
-    6: ("lock-busy", "another qdmhost update holds the install root (lock held by another run)"),
-    7: ("provider-missing", "provider library missing or unusable"),
-    8: ("bad-repository", "repository missing, empty or broken"),
-    9: ("no-device", "no supported adapter found, or the port selection matched nothing"),
-    10: ("missing-component", "a necessary component is not installed"),
-    11: ("untrusted-repository", "repository not trusted (signature, key, checksum, rollback or expiry)"),
-}
-
 # Failures of the run itself, where qdmhost gave no exit code of its own.
 TIMEOUT = "timeout"
 BAD_OUTPUT = "bad-output"
 NOT_STARTED = "not-started"
 
-ENVELOPE_FIELDS = ("schemaVersion", "qdmhost", "revision", "host", "time", "command", "exitCode")
+ENVELOPE_FIELDS = ("schemaVersion", "qdmhost", "revision", "host", "time", "command", "exitCode", "exitName")
 
 # Time a timed-out qdmhost gets to remove its staging folder before it is killed.
 TERM_GRACE_SECONDS = 5
@@ -67,10 +51,6 @@ class QdmhostError(Exception):
         return result
 
 
-def exit_name(code):
-    return EXIT_CODES.get(code, ("exit-%s" % code, "unknown exit code"))[0]
-
-
 def command_line(params, command):
     """qdmhost's argument vector for COMMAND (a list) and the module's options."""
     argv = [params["qdmhost"], "--json"]
@@ -93,18 +73,18 @@ def _excerpt(text):
 
 def parse_output(returncode, stdout, stderr, accepted=(0,)):
     """The Answer for an exit code in ACCEPTED; QdmhostError for anything else."""
-    name = exit_name(returncode)
     try:
         document = json.loads(stdout)
     except ValueError as error:
         raise QdmhostError(BAD_OUTPUT, "no JSON document on standard output (%s) after exit %s; standard error: %s"
-                           % (error, name, _excerpt(stderr)), returncode)
+                           % (error, returncode, _excerpt(stderr)), returncode)
     if not isinstance(document, dict):
         raise QdmhostError(BAD_OUTPUT, "the JSON on standard output is not an object", returncode)
     error = document.get("error") if isinstance(document.get("error"), dict) else {}
+    # qdmhost names its exit code; a code without a name came from something else.
+    name = str(document.get("exitName") or error.get("name") or "exit-%s" % returncode)
     if returncode not in accepted:
-        name = str(error.get("name") or name)
-        detail = error.get("message") or EXIT_CODES.get(returncode, ("", _excerpt(stderr)))[1]
+        detail = error.get("message") or "standard error: %s" % _excerpt(stderr)
         raise QdmhostError(name, detail, returncode, error.get("reason"), document)
     envelope = dict((key, document.pop(key)) for key in ENVELOPE_FIELDS if key in document)
     return Answer(document, envelope, returncode, name)

@@ -147,7 +147,6 @@ reason:
 
 from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import (
-    EXIT_CODES,
     QdmhostError,
     command_line,
     common_argument_spec,
@@ -211,16 +210,15 @@ def fail(module, error, dry_run):
     result = summary(document, error.exit_code, error.exit_name, dry_run) if document.get("results") else {}
     result.update(error.to_result(), dry_run=dry_run)
     details = failure_details(result.get("results", []))
-    meaning = EXIT_CODES.get(error.exit_code, ("", ""))[1]
-    message = str(error) if not details else "qdmhost failed: %s (exit %s): %s: %s" % (
-        error.exit_name, error.exit_code, meaning, "; ".join(details))
+    message = str(error) if not details else "qdmhost failed: %s (exit %s): %s" % (
+        error.exit_name, error.exit_code, "; ".join(details))
     module.fail_json(msg=message, changed=bool(result.get("updated")) and not dry_run, **result)
 
 
 def main():
-    spec = common_argument_spec(default_timeout=3600)
-    spec.update(wait=dict(type="int", default=0), allow_unsigned=dict(type="bool", default=False))
-    module = AnsibleModule(argument_spec=spec, supports_check_mode=True)
+    options = common_argument_spec(default_timeout=3600)
+    options.update(wait=dict(type="int", default=0), allow_unsigned=dict(type="bool", default=False))
+    module = AnsibleModule(argument_spec=options, supports_check_mode=True)
     dry_run = module.check_mode
     command = ["update", "--dry-run"] if dry_run else ["update"]
     try:
