@@ -93,7 +93,7 @@ adapter simulator, 1 to 5 ports), read five ways, all servers at once
 | cpu | $(lscpu | sed -n 's/^Model name: *//p' | head -1) |
 | memory | $(free -h | awk '/^Mem:/ {print $2}') |
 | kernel | $(uname -srm) |
-| ansible | $(ansible-playbook --version | head -1) |
+| ansible | $(ansible-playbook --version | sed -n 1p) |
 | openssh | $(ssh -V 2>&1) |
 | date | $(date -u '+%Y-%m-%d %H:%M UTC') |
 | load | $load |
