@@ -40,8 +40,10 @@ CommandResult RunCheck(const Options& options) {
         ports.push_back({{"deviceId", port.deviceId}, {"wwpn", port.wwpn}, {"utilityCheck", verdict}});
     }
     if (!missing.empty()) result.exitCode = WorseExitCode(result.exitCode, kExitMissingComponent);
+    result.exitCode = WorseExitCode(result.exitCode, repository.trust().failureCode);
     result.document = {{"missingComponents", missing},
                        {"repositoryVerified", RepositoryVerifiedJson(repository)},
+                       {"repositoryProblem", RepositoryProblemJson(repository)},
                        {"ports", ports}};
     return result;
 }

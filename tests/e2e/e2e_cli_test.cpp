@@ -115,12 +115,14 @@ TEST(ExitCodes, DistinctDocumentedAndTheWorseOutcomeWins) {
     for (const auto& row : rows) EXPECT_EQ(WorseExitCode(row[0], row[1]), row[2]) << row[0] << " " << row[1];
 }
 
-// Older, current, no package and unreadable show end to end; these verdicts do not.
-TEST(VersionStatus, NewerAndMalformedVersionsAreUpdated) {
-    EXPECT_EQ(qdmcli::VersionStatus("2.02a6", true, -1), "newer");  // brought back to the repository's version
+// Malformed versions are updated; a newer adapter only when a downgrade is allowed.
+TEST(VersionStatus, PlansFollowTheStatus) {
     EXPECT_EQ(qdmcli::VersionStatus("abnormal", true, 0), "unreadable");  // 0 from a malformed text is not current
-    EXPECT_TRUE(qdmcli::StatusNeedsUpdate("newer") && qdmcli::StatusNeedsUpdate("unreadable"));
-    EXPECT_FALSE(qdmcli::StatusNeedsUpdate("current") || qdmcli::StatusNeedsUpdate("no-package"));
+    const char* const rows[][3] = {{"unreadable", "update", "update"}, {"newer", "keep-newer", "downgrade"},
+                                   {"current", "none", "none"}};
+    for (const auto& row : rows)
+        EXPECT_EQ(qdmcli::UpdatePlan(row[0], true, false) + qdmcli::UpdatePlan(row[0], true, true), std::string(row[1]) + row[2]);
+    EXPECT_EQ(qdmcli::UpdatePlan("older", false, true), "none");  // nothing to update from
 }
 
 // Label values as the exposition format quotes them; every other byte passes as it is.
