@@ -27,10 +27,8 @@ ChannelSerials::ChannelSerials(const std::string& hostFolder)
     if (read.result == ReadResult::kMissing) return;
     nlohmann::json document = read.result == ReadResult::kOk ? nlohmann::json::parse(read.text, nullptr, false)
                                                               : nlohmann::json();
-    if (!document.is_object() || !document.contains("channels") || !IsSerialTable(document["channels"]))
-        Untrusted(untrusted::kState, path_ + " is damaged, so the serials accepted before are unknown; restore it "
-                                             "(or, knowing the channel's last serial, write {\"channels\": {\"NAME\": N}})");
-    channels_ = document["channels"];
+    damaged_ = !document.is_object() || !document.contains("channels") || !IsSerialTable(document["channels"]);
+    if (!damaged_) channels_ = document["channels"];
 }
 
 std::uint64_t ChannelSerials::Highest(const std::string& channel) const {
@@ -39,6 +37,10 @@ std::uint64_t ChannelSerials::Highest(const std::string& channel) const {
 
 void ChannelSerials::CheckNotRolledBack(const std::string& cataloguePath, const std::string& channel,
                                         std::uint64_t serial) const {
+    if (damaged_)
+        Untrusted(untrusted::kState, "serial " + std::to_string(serial) + " of " + cataloguePath + " cannot be checked: " +
+                                         path_ + " is damaged, so the serials accepted before are unknown; restore it "
+                                         "(or, knowing the channel's last serial, write {\"channels\": {\"NAME\": N}})");
     const std::uint64_t highest = Highest(channel);
     if (serial < highest)
         Untrusted(untrusted::kRollback, cataloguePath + " has serial " + std::to_string(serial) + ", lower than serial " +

@@ -194,7 +194,7 @@ TEST_F(TrustTest, UnsignedRepositoryIsMarkedAndOnlyAllowedLoudly) {
     e2e::HostRun inventory = Host({"--json", "inventory"});
     EXPECT_NE(inventory.err.find("repository not trusted (unsigned)"), std::string::npos) << inventory.err;
     EXPECT_EQ(inventory.Json()["repositoryVerified"].dump() + inventory.Json()["ports"][0]["modules"][0].dump(),
-              R"(false{"kind":"firm","operating":"2.01a12","repository":"2.02a5","repositoryVerified":false,"status":"older"})");
+              R"(false{"kind":"firm","operating":"2.01a12","plan":"update","repository":"2.02a5","repositoryVerified":false,"status":"older"})");
     EXPECT_NE(Host({"inventory"}).out.find("2.02a5 (unverified)"), std::string::npos);
     EXPECT_EQ(Host({"--json", "check"}).Json()["repositoryVerified"], false);
     const std::string archive = ReadFile(Repo("fw-16g.zip"));
@@ -281,7 +281,7 @@ TEST_F(TrustTest, ForgedKeyWithTrustedIdIsRefused) {
 TEST_F(TrustTest, WorkAreaIsRootsAlone) {
     const std::string marker = folder_ + "/out/hostile-ran", nobody = "setpriv --reuid=65534 --regid=65534 --clear-groups ";
     ASSERT_EQ(qdmtest::RunShell(nobody + "sh -c 'while :; do for f in " + e2e::kRoot + "/tmp/EMULEX/temp/tmp/*/install.sh; " +
-                                "do printf \"#!/bin/sh\\ntouch " + marker + "\\n\" >\"$f\"; done; done' </dev/null >/dev/null 2>&1 &"), 0);
+                                "do printf \"#!/bin/sh\\ntouch " + marker + "\\n\" >\"$f\"; done; done' </dev/null >/dev/null 2>&1 & true"), 0);
     const e2e::HostRun update = Host({"--json", "update"});
     EXPECT_EQ(std::to_string(update.exitCode) + e2e::Outcomes(update.Json(), "util")["0000:03:00.0"], "0updated") << update.err;
     EXPECT_FALSE(qdmtest::Exists(marker));
