@@ -22,7 +22,7 @@ const json kGoodEntry = {{"uniqueNames", {"fcelx_16g", "fcelx_8g2p_10df_f100_10d
 
 std::string CatalogueText(const std::vector<json>& packages, const json& serial = 1,
                           const json& expires = "2099-01-01T00:00:00Z") {
-    return json{{"serial", serial}, {"expires", expires}, {"packages", packages}}.dump();
+    return json{{"channel", "default"}, {"serial", serial}, {"expires", expires}, {"packages", packages}}.dump();
 }
 
 qdmcli::Catalogue Parse(const std::string& text) { return qdmcli::ParseCatalogue(text); }
@@ -59,8 +59,9 @@ TEST(Catalogue, EntriesAreCheckedAndFoundByModelKeyAndKind) {
         EXPECT_EQ(ErrorCode(Parse, CatalogueText({entry})), qdmcli::kExitRepository) << row.first << " = " << row.second;
     }
     // Not JSON, no list, an entry not an object, two firmware packages for one key (an arbitrary choice), serial
-    // 0, no expiry, 30 February.
+    // 0, no expiry, 30 February, no channel, a channel that is no name.
     for (const std::string& text : {std::string("{\"packages\": ["), json::array().dump(), CatalogueText({42}),
+                                   json{{"packages", json::array()}}.dump(), json{{"channel", "a b"}, {"packages", json::array()}}.dump(),
                                    CatalogueText({kGoodEntry, kGoodEntry}), CatalogueText({kGoodEntry}, 0),
                                    CatalogueText({kGoodEntry}, 1, nullptr), CatalogueText({kGoodEntry}, 1, "2099-02-30T00:00:00Z")})
         EXPECT_EQ(ErrorCode(Parse, text), qdmcli::kExitRepository) << text;
@@ -68,7 +69,7 @@ TEST(Catalogue, EntriesAreCheckedAndFoundByModelKeyAndKind) {
     json bare = kGoodEntry;
     bare.erase("sha256");
     bare.erase("size");
-    EXPECT_EQ(qdmcli::ParseCatalogue(json{{"packages", {bare}}}.dump(), false).packages.size(), 1u);
+    EXPECT_EQ(qdmcli::ParseCatalogue(json{{"channel", "lab"}, {"packages", {bare}}}.dump(), false).packages.size(), 1u);
 }
 
 TEST(Discovery, LspciLinesAndDeviceTable) {
