@@ -154,7 +154,7 @@ TEST_P(AttackTest, RefusedWithNothingChanged) {
 INSTANTIATE_TEST_SUITE_P(Attacks, AttackTest, ::testing::ValuesIn(kAttacks),
                          [](const ::testing::TestParamInfo<Attack>& info) { return info.param.name; });
 
-// A signed repository updates. A utility whose install script swaps the
+// A signed repository of the channel the server follows updates. A utility whose install script swaps the
 // repository's 16G firmware archive for another valid one, after staging,
 // before the 16G port is updated: the staged copy is what is flashed.
 TEST_F(TrustTest, SignedRepositoryUpdatesWithTheStagedArchives) {
@@ -170,7 +170,8 @@ TEST_F(TrustTest, SignedRepositoryUpdatesWithTheStagedArchives) {
         entries.emplace_back(file, content, file.find(".sh") != std::string::npos);
     }
     ASSERT_TRUE(qdmtest::MakeZip(Repo("ocm.zip"), entries));
-    PublishCatalogue();
+    WriteFile(e2e::kRoot + "/qdmhost/qdmhost.conf", "; the lab's server\nchannel = lab\n");
+    PublishCatalogue({"--channel", "lab"});
     e2e::HostRun update = Host({"--json", "update"});
     EXPECT_EQ(update.exitCode, 0) << update.err;
     EXPECT_EQ(update.Json()["repositoryVerified"], true);
@@ -183,7 +184,7 @@ TEST_F(TrustTest, SignedRepositoryUpdatesWithTheStagedArchives) {
     for (const json& entry : history)
         EXPECT_EQ(entry["keyId"].dump() + entry["catalogueSerial"].dump() + entry.value("unsigned", "-"),
                   "\"" + KeyId() + "\"2-");
-    EXPECT_EQ(json::parse(ReadFile(e2e::kRoot + "/qdmhost/accepted-serials.json"))["channels"]["default"], 2);
+    EXPECT_EQ(json::parse(ReadFile(e2e::kRoot + "/qdmhost/accepted-serials.json"))["channels"]["lab"], 2);
 }
 
 // Unsigned: inventory and check warn and mark the versions unverified; an
@@ -241,7 +242,8 @@ TEST_F(TrustTest, NewerAdapterIsDowngradedOnlyWhenAllowed) {
     qdmtest::SimResetCalls();
     const json kept = Host({"--json", "update"}).Json(), plan = Host({"--json", "--allow-downgrade", "update", "--dry-run"}).Json();
     EXPECT_EQ(kept["exitCode"].dump() + ResultFor(kept, "0000:05:00.0", "firm")["outcome"].get<std::string>(), "0newer");
-    EXPECT_EQ(Host({"--json", "inventory"}).Json()["ports"][3]["modules"][0]["plan"], "keep-newer");
+    EXPECT_EQ(Host({"--json", "inventory"}).Json()["ports"][3]["modules"][0]["plan"].get<std::string>() +
+                  Host({"--json", "check"}).Json()["ports"][3]["plans"]["firm"].get<std::string>(), "keep-newerkeep-newer");
     EXPECT_EQ(ResultFor(plan, "0000:05:00.0", "firm")["outcome"].get<std::string>() +
                   ResultFor(plan, "0000:05:00.0", "firm")["downgrade"].dump(), "plannedtrue");
     EXPECT_EQ(qdmtest::SimCallCount("Download"), 0u);
