@@ -289,6 +289,12 @@ TEST_F(TrustTest, WorkAreaIsRootsAlone) {
     EXPECT_FALSE(qdmtest::Exists(marker));
     EXPECT_NE(qdmtest::RunShell(nobody + "ls " + e2e::kRoot + "/tmp"), 0);
     KillStartedProcesses();
+    // Whoever may change the channel may bring back an older catalogue.
+    const std::string conf = e2e::kRoot + "/qdmhost/qdmhost.conf";
+    WriteFile(conf, "channel = default\n");
+    ASSERT_EQ(::chmod(conf.c_str(), 0666), 0);
+    EXPECT_NE(Host({"--json", "update"}).out.find(conf + ": refused: writable by group or others"), std::string::npos);
+    ASSERT_EQ(::chmod(conf.c_str(), 0644), 0);
     TakeBaseline();
     for (const std::string& path : {e2e::kRoot, e2e::kRoot + "/tmp", e2e::kRoot + "/qdmhost"}) {
         ASSERT_EQ(::chmod(path.c_str(), 0775), 0);
