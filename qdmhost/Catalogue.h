@@ -24,15 +24,16 @@ struct CatalogueEntry {
 };
 
 struct Catalogue {
+    std::string channel;                  // what the catalogue is for: a server follows one channel
     std::optional<std::uint64_t> serial;  // raised by the publisher with every new catalogue
     std::string expires;                  // RFC 3339 UTC, e.g. 2027-01-01T00:00:00Z
     std::optional<std::time_t> expiresAt;
     std::vector<CatalogueEntry> packages;
 };
 
-// Parses {"serial": N, "expires": T, "packages": [{"uniqueNames": [...],
+// Parses {"channel": NAME, "serial": N, "expires": T, "packages": [{"uniqueNames": [...],
 // "kind", "version", "archive", "sha256", "size"}]}. Every text is checked
-// before it can reach a path or a shell: names and versions of safe
+// before it can reach a path or a shell: channel, names and versions of safe
 // characters, archives plain file names. Two entries serving the same unique
 // name and kind are ambiguous. Without `trustFieldsRequired` serial,
 // expires, sha256 and size may be absent (checked when present). Throws
@@ -49,6 +50,7 @@ bool IsModuleKind(const std::string& kind);
 // How a command treats a repository that cannot be trusted.
 struct TrustPolicy {
     std::string hostFolder;        // <root>/qdmhost: trusted keys and accepted serials
+    std::string channel;           // the channel the server follows (qdmhost.conf)
     bool allowUnsigned = false;    // --allow-unsigned: signature problems are a loud warning
     bool refuseUntrusted = true;   // false (inventory, check): a warning and unverified versions
 };
@@ -58,9 +60,13 @@ struct RepositoryTrust {
     bool verified = false;           // signed by a trusted key, current, no rollback
     bool unsignedAccepted = false;   // let through by --allow-unsigned
     std::string problem;             // the reason word when not verified
+    std::string message;             // what the first problem was
+    int failureCode = 0;             // the exit code when the repository could not be loaded at all
     std::string keyId;               // of the verified signature
+    std::string channel;
     std::optional<std::uint64_t> serial;
-    std::string realPath;            // the repository folder, links resolved
+    std::string expires;
+    std::optional<std::time_t> expiresAt;
 };
 
 class Repository {

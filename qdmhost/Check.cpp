@@ -18,6 +18,16 @@ nlohmann::json MissingComponents(const Port& port) {
     return names;
 }
 
+// What an update would do with each module of the port, in update order.
+nlohmann::json Plans(const Port& port, const Repository& repository, bool allowDowngrade) {
+    nlohmann::json plans = nlohmann::json::object();
+    for (const std::string& kind : UpdateOrder(port.vendor)) {
+        const ModuleReading reading = ReadModule(port, kind, repository);
+        plans[kind] = UpdatePlan(reading.status, reading.hasPackage, allowDowngrade);
+    }
+    return plans;
+}
+
 }  // namespace
 
 std::string UtilityCheck(const Port& port, const Repository& repository) {
@@ -37,11 +47,14 @@ CommandResult RunCheck(const Options& options) {
     for (const Port& port : session.ports()) {
         std::string verdict = UtilityCheck(port, repository);
         if (verdict == "refused") result.exitCode = WorseExitCode(result.exitCode, kExitRefused);
-        ports.push_back({{"deviceId", port.deviceId}, {"wwpn", port.wwpn}, {"utilityCheck", verdict}});
+        ports.push_back({{"deviceId", port.deviceId}, {"wwpn", port.wwpn}, {"utilityCheck", verdict},
+                         {"plans", Plans(port, repository, options.allowDowngrade)}});
     }
     if (!missing.empty()) result.exitCode = WorseExitCode(result.exitCode, kExitMissingComponent);
+    result.exitCode = WorseExitCode(result.exitCode, repository.trust().failureCode);
     result.document = {{"missingComponents", missing},
                        {"repositoryVerified", RepositoryVerifiedJson(repository)},
+                       {"repositoryProblem", RepositoryProblemJson(repository)},
                        {"ports", ports}};
     return result;
 }

@@ -27,7 +27,7 @@ CommandResult RunMetrics(const Options& options);
 
 // The inventory's port list: per port its identity, boot BIOS and modules
 // with operating and repository versions and their status.
-nlohmann::json InventoryPorts(std::vector<Port>& ports, const Repository& repository, const std::string& root);
+nlohmann::json InventoryPorts(std::vector<Port>& ports, const Repository& repository, const Options& options);
 // The utility configuration check, as an update of the utility would run it:
 // "passed", "refused" or "no-utility".
 std::string UtilityCheck(const Port& port, const Repository& repository);

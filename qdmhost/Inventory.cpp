@@ -35,11 +35,11 @@ std::vector<std::string> BootBiosByPort(std::vector<Port>& ports, const std::str
 
 }  // namespace
 
-nlohmann::json InventoryPorts(std::vector<Port>& ports, const Repository& repository, const std::string& root) {
+nlohmann::json InventoryPorts(std::vector<Port>& ports, const Repository& repository, const Options& options) {
     nlohmann::json portList = nlohmann::json::array();
     for (const Port& port : ports) {
         nlohmann::json modules = nlohmann::json::array();
-        for (const char* kind : kInventoryKinds) modules.push_back(ModuleJson(ReadModule(port, kind, repository)));
+        for (const char* kind : kInventoryKinds) modules.push_back(ModuleJson(ReadModule(port, kind, repository), options.allowDowngrade));
         portList.push_back({{"deviceId", port.deviceId},
                             {"vendorClass", port.vendorClass},
                             {"modelKey", port.vendor->GetModelKey()},
@@ -47,7 +47,7 @@ nlohmann::json InventoryPorts(std::vector<Port>& ports, const Repository& reposi
                             {"busDevFunc", port.busDevFunc},
                             {"modules", modules}});
     }
-    std::vector<std::string> bootBios = BootBiosByPort(ports, root);
+    std::vector<std::string> bootBios = BootBiosByPort(ports, options.root);
     for (std::size_t i = 0; i < ports.size(); ++i) portList[i]["bootBios"] = bootBios[i];
     return portList;
 }
@@ -57,9 +57,11 @@ CommandResult RunInventory(const Options& options) {
     Repository repository = OptionalRepository(options);
     Session session(options);
     CommandResult result;
-    result.document = {{"repository", repository.empty() ? nlohmann::json(nullptr) : nlohmann::json(repository.folder())},
+    result.exitCode = repository.trust().failureCode;
+    result.document = {{"repository", repository.folder().empty() ? nlohmann::json(nullptr) : nlohmann::json(repository.folder())},
                        {"repositoryVerified", RepositoryVerifiedJson(repository)},
-                       {"ports", InventoryPorts(session.ports(), repository, options.root)}};
+                       {"repositoryProblem", RepositoryProblemJson(repository)},
+                       {"ports", InventoryPorts(session.ports(), repository, options)}};
     return result;
 }
 

@@ -129,14 +129,25 @@ void HistoryFamilies(Exposition& out, const std::vector<Json>& history) {
 }
 
 // The ports with their modules and utility check; throws HostError.
-Json Survey(const Options& options) {
-    UseInstallRoot(options);
-    Repository repository = OptionalRepository(options);
+Json Survey(const Options& options, const Repository& repository) {
     Session session(options);
-    Json ports = InventoryPorts(session.ports(), repository, options.root);
+    Json ports = InventoryPorts(session.ports(), repository, options);
     for (std::size_t i = 0; i < session.ports().size(); ++i)
         ports[i]["utilityCheck"] = UtilityCheck(session.ports()[i], repository);
     return ports;
+}
+
+// "ok", "none" (no repository), "unsigned" (let through by --allow-unsigned)
+// or the reason word of what is wrong with it.
+void RepositoryFamily(Exposition& out, const Repository& repository) {
+    const RepositoryTrust& trust = repository.trust();
+    const std::string reason = repository.folder().empty() ? "none"
+                               : !trust.problem.empty()    ? trust.problem
+                               : trust.unsignedAccepted    ? "unsigned"
+                                                           : "ok";
+    out.Family("qdmhost_repository_status",
+               "1, labelled with the repository's state: ok, none, unsigned, or the reason it is broken or not trusted.");
+    out.Sample("qdmhost_repository_status", {{"reason", reason}}, 1);
 }
 
 void RunFamilies(Exposition& out, const std::optional<HostError>& failure, double seconds) {
@@ -157,8 +168,14 @@ CommandResult RunMetrics(const Options& options) {
     const auto start = std::chrono::steady_clock::now();
     std::optional<HostError> failure;
     Json ports = Json::array();
+    Repository repository;
     try {
-        ports = Survey(options);
+        UseInstallRoot(options);
+        repository = OptionalRepository(options);
+        ports = Survey(options, repository);
+        // The adapters are served all the same; the repository's failure decides the exit code.
+        const RepositoryTrust& trust = repository.trust();
+        if (trust.failureCode) failure = HostError(static_cast<ExitCode>(trust.failureCode), trust.message, trust.problem);
     } catch (const HostError& error) {
         failure = error;
     } catch (const std::exception& error) {
@@ -166,6 +183,7 @@ CommandResult RunMetrics(const Options& options) {
     }
     Exposition out;
     PortFamilies(out, ports);
+    RepositoryFamily(out, repository);
     HistoryFamilies(out, ReadHistory(options));
     RunFamilies(out, failure, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     const std::string path = options.textfileFolder + "/" + kMetricsFile;

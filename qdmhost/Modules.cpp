@@ -2,7 +2,9 @@
 
 #include <sys/stat.h>
 
+#include "ChannelConfig.h"
 #include "Console.h"
+#include "HostError.h"
 
 namespace qdmcli {
 
@@ -14,9 +16,15 @@ std::string VersionStatus(const std::string& operating, bool hasPackage, int com
     return kStatusCurrent;
 }
 
-bool StatusNeedsUpdate(const std::string& status) {
-    return status == kStatusOlder || status == kStatusNewer || status == kStatusUnreadable;
+std::string UpdatePlan(const std::string& status, bool hasPackage, bool allowDowngrade) {
+    if (!hasPackage) return "none";
+    if (status == kStatusOlder || status == kStatusUnreadable) return "update";
+    // An older image is wrong software unless the operator asks for it.
+    if (status == kStatusNewer) return allowDowngrade ? "downgrade" : "keep-newer";
+    return "none";
 }
+
+bool PlanRuns(const std::string& plan) { return plan == "update" || plan == "downgrade"; }
 
 std::vector<std::string> UpdateOrder(CVendor* vendor) {
     std::vector<std::string> kinds;
@@ -46,11 +54,18 @@ ModuleReading ReadModule(const Port& port, const std::string& kind, const Reposi
 }
 
 nlohmann::json RepositoryVerifiedJson(const Repository& repository) {
-    return repository.empty() ? nlohmann::json(nullptr) : nlohmann::json(repository.trust().verified);
+    return repository.folder().empty() ? nlohmann::json(nullptr) : nlohmann::json(repository.trust().verified);
 }
 
-nlohmann::json ModuleJson(const ModuleReading& reading) {
-    nlohmann::json module = {{"kind", reading.kind}, {"status", reading.status}};
+nlohmann::json RepositoryProblemJson(const Repository& repository) {
+    const RepositoryTrust& trust = repository.trust();
+    if (trust.problem.empty()) return nullptr;
+    return {{"reason", trust.problem}, {"message", trust.message}};
+}
+
+nlohmann::json ModuleJson(const ModuleReading& reading, bool allowDowngrade) {
+    nlohmann::json module = {{"kind", reading.kind}, {"status", reading.status},
+                             {"plan", UpdatePlan(reading.status, reading.hasPackage, allowDowngrade)}};
     module["operating"] = reading.module ? nlohmann::json(reading.operating) : nlohmann::json(nullptr);
     module["repository"] = reading.hasPackage ? nlohmann::json(reading.package.version) : nlohmann::json(nullptr);
     // Marks only what is doubtful, as the table does.
@@ -61,8 +76,18 @@ nlohmann::json ModuleJson(const ModuleReading& reading) {
 Repository OptionalRepository(const Options& options) {
     struct stat info;
     if (options.repository.empty() && ::stat(options.RepositoryFolder().c_str(), &info) != 0) return Repository();
-    return Repository::Load(options.RepositoryFolder(),
-                            TrustPolicy{options.HostFolder(), options.allowUnsigned, false});
+    try {
+        return Repository::Load(options.RepositoryFolder(), TrustPolicy{options.HostFolder(), ReadChannel(options.HostFolder()),
+                                                                        options.allowUnsigned, false});
+    } catch (const HostError& error) {
+        if (error.code() != kExitRepository && error.code() != kExitUntrusted) throw;
+        Warn(std::string(error.what()) + "; the adapters are read without the repository");
+        RepositoryTrust trust;
+        trust.problem = error.reason().empty() ? DescribeExitCode(error.code()).name : error.reason();
+        trust.message = error.what();
+        trust.failureCode = error.code();
+        return Repository(options.RepositoryFolder(), {}, trust);
+    }
 }
 
 }  // namespace qdmcli

@@ -23,8 +23,11 @@ const char kStatusNotInstalled[] = "not-installed";
 // is newer. It answers 0 for malformed texts too, so "abnormal" (the
 // provider's unreadable sentinel) and an empty text are decided first.
 std::string VersionStatus(const std::string& operating, bool hasPackage, int comparison);
-// Whether an update brings the module to the repository version.
-bool StatusNeedsUpdate(const std::string& status);
+// What an update would do with a module of this status: "update" (older or
+// unreadable), "downgrade" (newer, only when allowed), "keep-newer" (newer:
+// left alone) or "none" (current, or nothing to update from).
+std::string UpdatePlan(const std::string& status, bool hasPackage, bool allowDowngrade);
+bool PlanRuns(const std::string& plan);
 
 // Module kinds in the vendor's update order.
 std::vector<std::string> UpdateOrder(CVendor* vendor);
@@ -42,13 +45,17 @@ struct ModuleReading {
 // Reads the module's operating version afresh (into its version cache) and
 // compares it with the repository's package for the port, if any.
 ModuleReading ReadModule(const Port& port, const std::string& kind, const Repository& repository);
-nlohmann::json ModuleJson(const ModuleReading& reading);
+nlohmann::json ModuleJson(const ModuleReading& reading, bool allowDowngrade);
 // Whether the repository passed the trust checks; null without a repository.
 nlohmann::json RepositoryVerifiedJson(const Repository& repository);
+// What is wrong with the repository ({"reason", "message"}); null when nothing.
+nlohmann::json RepositoryProblemJson(const Repository& repository);
 
-// Loads the repository for a command that can do without one: a missing
-// default repository is no repository, an explicitly named one must load.
-// One that is not trusted is loaded with a warning, its versions unverified.
+// Loads the repository for a command that reads the adapters whatever the
+// repository's state: a missing default repository is no repository; one
+// that is not trusted is loaded with a warning, its versions unverified; one
+// that cannot be loaded (missing, broken, hostile) is left out with a warning
+// and its failure kept in trust().failureCode for the exit code.
 Repository OptionalRepository(const Options& options);
 
 }  // namespace qdmcli

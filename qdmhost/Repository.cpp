@@ -1,12 +1,11 @@
 // Loading a repository: one read of the catalogue, whose bytes are verified
 // and then parsed, and the trust checks the command's policy applies.
-#include <limits.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <functional>
 
 #include "Catalogue.h"
+#include "ChannelSerials.h"
 #include "Console.h"
 #include "Files.h"
 #include "HostError.h"
@@ -23,11 +22,6 @@ std::string ReadCatalogue(const std::string& path) {
         throw HostError(kExitRepository, "repository: " + path + " is not a regular file");
     if (read.result != ReadResult::kOk) throw HostError(kExitRepository, "repository: cannot read " + path);
     return read.text;
-}
-
-std::string RealPath(const std::string& folder) {
-    char resolved[PATH_MAX];
-    return ::realpath(folder.c_str(), resolved) ? std::string(resolved) : folder;
 }
 
 // lstat: a link could lead out of the repository.
@@ -57,7 +51,10 @@ public:
             }
             if (policy_.refuseUntrusted) throw;
             Warn(std::string(error.what()) + "; its versions are shown as unverified");
-            if (trust_->problem.empty()) trust_->problem = error.reason();
+            if (trust_->problem.empty()) {
+                trust_->problem = error.reason();
+                trust_->message = error.what();
+            }
         }
     }
 
@@ -72,17 +69,18 @@ Repository Repository::Load(const std::string& folder, const TrustPolicy& policy
     const std::string path = folder + "/" + kCatalogueFile;
     const std::string bytes = ReadCatalogue(path);
     RepositoryTrust trust;
-    trust.realPath = RealPath(folder);
     TrustChecks checks(policy, &trust);
     checks.Run([&] { trust.keyId = VerifyCatalogueSignature(path, bytes, LoadTrustedKeys(policy.hostFolder)); });
     Catalogue catalogue = ParseCatalogue(bytes, !policy.allowUnsigned);
+    trust.channel = catalogue.channel;
     trust.serial = catalogue.serial;
+    trust.expires = catalogue.expires;
+    trust.expiresAt = catalogue.expiresAt;
+    checks.Run([&] { CheckChannel(path, catalogue.channel, policy.channel); });
     if (catalogue.expiresAt)
         checks.Run([&] { CheckNotExpired(path, catalogue.expires, *catalogue.expiresAt, std::time(nullptr)); });
     if (!trust.keyId.empty() && catalogue.serial)
-        checks.Run([&] {
-            AcceptedSerials(policy.hostFolder).CheckNotRolledBack(path, trust.keyId, trust.realPath, *catalogue.serial);
-        });
+        checks.Run([&] { ChannelSerials(policy.hostFolder).CheckNotRolledBack(path, catalogue.channel, *catalogue.serial); });
     for (const CatalogueEntry& entry : catalogue.packages)
         checks.Run([&] { CheckArchiveIsRegularFile(folder + "/" + entry.archive); });
     trust.verified = trust.problem.empty() && !trust.unsignedAccepted;

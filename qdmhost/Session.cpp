@@ -17,6 +17,7 @@
 #include "FileUtility.h"
 #include "HostError.h"
 #include "TraceUtility.h"
+#include "WorkArea.h"
 
 namespace qdmcli {
 
@@ -80,6 +81,24 @@ std::string WithoutColonsUpper(std::string text) {
     return text;
 }
 
+// The display form of a WWPN: hexadecimal pairs without their ':'.
+bool IsWwpnDisplayText(const std::string& text) {
+    return !text.empty() && text.size() % 2 == 0 &&
+           std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isxdigit(c); });
+}
+
+// The WWPN comes from the adapter tool's listing; one that is not a WWPN is
+// neither shown, matched nor updated (the provider refuses it too, so the
+// port reads as unreadable).
+void RefuseBadWwpn(Port& port) {
+    if (port.wwpn.empty() || IsWwpnDisplayText(port.wwpn)) return;
+    Warn("port " + port.deviceId.substr(0, port.deviceId.find('-')) +
+         ": the adapter listing's WWPN is not hexadecimal pairs separated by ':'; the port is unreadable and "
+         "is not updated");
+    port.wwpn.clear();
+    port.badWwpn = true;
+}
+
 }  // namespace
 
 bool IsSafeHostPath(const std::string& path) {
@@ -94,8 +113,7 @@ void UseInstallRoot(const Options& options) {
         throw HostError(kExitUsage, "--root must be an absolute path of letters, digits, '/', '_', '-', '.'");
     CFileUtility::SetInstallPath(options.root);
     if (options.traceLevel >= 0) CTraceUtility::SetLevelMask(static_cast<unsigned>(options.traceLevel));
-    if (!CFileUtility::CreateFolder(options.root + "/tmp"))
-        throw HostError(kExitInternal, "cannot create " + options.root + "/tmp");
+    PrepareWorkArea(options.root);
 }
 
 ProviderLibrary::ProviderLibrary(const std::string& path) : handle_(nullptr), factory_(nullptr), release_(nullptr) {
@@ -180,6 +198,7 @@ void Session::BuildPorts(const Options& options) {
         all_.push_back({deviceId, vendorClass, vendor, "", ""});
         vendor->LinkDevice();
         std::tie(all_.back().wwpn, all_.back().busDevFunc) = ExtendedInfo(vendor);
+        RefuseBadWwpn(all_.back());
     }
     if (all_.empty()) throw HostError(kExitNoDevice, "no supported Fibre Channel adapter found");
 }

@@ -38,6 +38,7 @@ struct Port {
     CVendor* vendor;
     std::string wwpn;        // display form, empty when unknown
     std::string busDevFunc;  // e.g. 3/0/1
+    bool badWwpn = false;    // the adapter listing's WWPN is no WWPN: never updated
 };
 
 // True when the --port value names this port (device id, its PCI address,

@@ -120,8 +120,8 @@ std::string RenderTrust(const Json& document) {
     if (document["action"] == "add") return "Trusted key " + document["keyId"].get<std::string>() + " added\n";
     if (document["action"] == "remove") return "Trusted key " + document["keyId"].get<std::string>() + " removed\n";
     if (document["keys"].empty()) return "No trusted key.\n";
-    std::vector<Row> rows = {{"KEY ID", "COMMENT"}};
-    for (const Json& key : document["keys"]) rows.push_back({key["keyId"], Text(key["comment"])});
+    std::vector<Row> rows = {{"KEY ID", "PUBLIC KEY", "COMMENT"}};
+    for (const Json& key : document["keys"]) rows.push_back({key["keyId"], key["publicKey"], Text(key["comment"])});
     return Table(rows);
 }
 

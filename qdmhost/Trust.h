@@ -1,11 +1,9 @@
 #pragma once
 // Whether a repository's catalogue may be believed: a minisign signature by
-// one of the install root's trusted keys, an expiry not yet passed, and a
-// serial not lower than the highest accepted before from the same key and
-// repository.
+// one of the install root's trusted keys, the server's channel, an expiry
+// not yet passed, and a serial not lower than the highest accepted before on
+// that channel (ChannelSerials).
 #include <sys/stat.h>
-
-#include <nlohmann/json.hpp>
 
 #include <cstdint>
 #include <ctime>
@@ -18,7 +16,6 @@ namespace qdmcli {
 
 const char kSignatureSuffix[] = ".minisig";
 const char kTrustedKeysFolder[] = "trusted-keys";
-const char kAcceptedSerialsFile[] = "accepted-serials.json";
 const std::size_t kMaxCatalogueBytes = 1 << 20;
 const std::size_t kMaxSignatureBytes = 4 << 10;
 const std::size_t kMaxKeyBytes = 4 << 10;
@@ -35,6 +32,8 @@ const char kArchiveNotRegular[] = "archive-not-regular";
 const char kArchiveTooLarge[] = "archive-too-large";
 const char kRollback[] = "rollback";
 const char kExpired[] = "expired";
+const char kWrongChannel[] = "wrong-channel";
+const char kState[] = "state";  // the accepted serials cannot be read
 }  // namespace untrusted
 
 // Throws HostError (untrusted-repository) carrying the reason word, which the
@@ -44,7 +43,7 @@ const char kExpired[] = "expired";
 bool IsSignatureReason(const std::string& reason);
 
 // Empty when only its owner can change the file or folder, and that owner is
-// root when we run as root; else why not.
+// root or we; else why not.
 std::string WhoElseMayChange(const struct stat& info);
 
 std::string TrustedKeysFolder(const std::string& hostFolder);
@@ -71,25 +70,7 @@ std::string VerifyCatalogueSignature(const std::string& cataloguePath, const std
 // repository would keep a server on old versions for ever.
 void CheckNotExpired(const std::string& cataloguePath, const std::string& expires, std::time_t expiresAt,
                      std::time_t now);
-
-// The highest catalogue serial accepted per trusted key and repository real
-// path, kept in <host folder>/accepted-serials.json.
-class AcceptedSerials {
-public:
-    // Throws HostError (internal) when the file exists but is broken: a
-    // silently forgotten serial would reopen the door to a rollback.
-    explicit AcceptedSerials(const std::string& hostFolder);
-    std::uint64_t Highest(const std::string& keyId, const std::string& repository) const;  // 0 when none
-    // Refuses (rollback) a lower serial than the highest accepted.
-    void CheckNotRolledBack(const std::string& cataloguePath, const std::string& keyId,
-                            const std::string& repository, std::uint64_t serial) const;
-    // Raises the remembered serial and writes the file atomically. Throws HostError (internal).
-    void Accept(const std::string& keyId, const std::string& repository, std::uint64_t serial);
-
-private:
-    std::string hostFolder_;
-    std::string path_;
-    nlohmann::json accepted_ = nlohmann::json::array();  // [{"keyId", "repository", "serial"}]
-};
+// Refuses (wrong-channel) a catalogue published for another channel than the server follows.
+void CheckChannel(const std::string& cataloguePath, const std::string& channel, const std::string& serverChannel);
 
 }  // namespace qdmcli

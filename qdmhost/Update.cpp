@@ -1,7 +1,10 @@
 #include <chrono>
+#include <ctime>
 #include <functional>
 #include <set>
 
+#include "ChannelConfig.h"
+#include "ChannelSerials.h"
 #include "Commands.h"
 #include "Console.h"
 #include "HostError.h"
@@ -114,7 +117,13 @@ nlohmann::json UpdatePortModule(const Port& port, const std::string& kind, const
                                  const Options& options) {
     DropCachedReadings(port.vendor, kind);
     ModuleReading reading = ReadModule(port, kind, repository);
-    if (!StatusNeedsUpdate(reading.status) || !reading.hasPackage) return ResultJson(port, reading, reading.status);
+    const std::string plan = UpdatePlan(reading.status, reading.hasPackage, options.allowDowngrade);
+    if (!PlanRuns(plan)) return ResultJson(port, reading, reading.status);
+    if (port.badWwpn) {
+        nlohmann::json result = ResultJson(port, reading, kRefused);
+        result["reason"] = "bad-wwpn";
+        return result;
+    }
     TakeOperatorMessages();  // what came before belongs to no update
     CManageRepositoryInfo package = reading.package;
     if (port.vendor->CheckUpdateConditionByDevicevendor(kind, &package) != 0) {
@@ -122,11 +131,12 @@ nlohmann::json UpdatePortModule(const Port& port, const std::string& kind, const
         result["messages"] = MessagesJson(TakeOperatorMessages());
         return result;
     }
-    if (options.dryRun) return ResultJson(port, reading, kPlanned);
+    nlohmann::json result = ResultJson(port, reading, kPlanned);
+    if (plan == "downgrade") result["downgrade"] = true;
+    if (options.dryRun) return result;
     auto start = std::chrono::steady_clock::now();
     std::string failedStep;
-    std::string outcome = ModuleUpdate(port, reading).Run(&failedStep);
-    nlohmann::json result = ResultJson(port, reading, outcome);
+    result["outcome"] = ModuleUpdate(port, reading).Run(&failedStep);
     result["now"] = reading.module->RefreshOperatingVersionCache();
     result["failedStep"] = failedStep.empty() ? nlohmann::json(nullptr) : nlohmann::json(failedStep);
     result["seconds"] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
@@ -163,27 +173,33 @@ void StageArchives(const std::vector<Port>& ports, Repository& repository, Stagi
         repository.UseStagedCopy(entry->archive, staging.Stage(repository.folder(), *entry));
 }
 
-// Checked again under the lock: another run may have accepted a newer catalogue since loading.
-void AcceptSerial(const Options& options, const Repository& repository) {
+// Checked again under the lock, just before the first module runs: the
+// catalogue may have expired while this run waited, the server's channel
+// changed, or another run accepted a newer catalogue since loading.
+void RecheckUnderLock(const Options& options, const Repository& repository) {
     const RepositoryTrust& trust = repository.trust();
+    const std::string path = repository.folder() + "/" + kCatalogueFile;
+    if (trust.expiresAt) CheckNotExpired(path, trust.expires, *trust.expiresAt, std::time(nullptr));
+    CheckChannel(path, trust.channel, ReadChannel(options.HostFolder()));
     if (trust.keyId.empty() || !trust.serial) return;
-    AcceptedSerials serials(options.HostFolder());
-    serials.CheckNotRolledBack(repository.folder() + "/" + kCatalogueFile, trust.keyId, trust.realPath, *trust.serial);
-    serials.Accept(trust.keyId, trust.realPath, *trust.serial);
+    ChannelSerials serials(options.HostFolder());
+    serials.CheckNotRolledBack(path, trust.channel, *trust.serial);
+    if (!options.dryRun) serials.Accept(trust.channel, *trust.serial);
 }
 
 }  // namespace
 
 CommandResult RunUpdate(const Options& options) {
     UseInstallRoot(options);
-    Repository repository =
-        Repository::Load(options.RepositoryFolder(), TrustPolicy{options.HostFolder(), options.allowUnsigned, true});
+    Repository repository = Repository::Load(
+        options.RepositoryFolder(),
+        TrustPolicy{options.HostFolder(), ReadChannel(options.HostFolder()), options.allowUnsigned, true});
     if (repository.empty()) throw HostError(kExitRepository, "the repository holds no update package");
     UpdateLock lock(options.root, options.waitSeconds);
     Session session(options);
     StagingArea staging(options.root);
     StageArchives(session.ports(), repository, staging);
-    if (!options.dryRun) AcceptSerial(options, repository);
+    RecheckUnderLock(options, repository);
     CommandResult result;
     nlohmann::json results = nlohmann::json::array();
     for (const Port& port : session.ports()) {
