@@ -19,14 +19,14 @@ readonly timer_link=/etc/systemd/system/timers.target.wants/qdmhost-metrics.time
 # the sandbox does not overlay.
 readonly rpm=(/usr/bin/rpm --dbpath /var/lib/rpm)
 
-# "MODE PATH" per file of the package, and per folder below /opt.
-deb_entries() {
+# "MODE PATH" per file and folder of the package.
+packed_deb() {
     dpkg-deb -c "$1" | awk '{ sub(/^\./, "", $6); sub(/\/$/, "", $6); print $1, $6 }' | grep -v ' $'
 }
-# The same for the RPM package, its paths as the .deb has them.
-rpm_entries() {
-    rpm -qp --qf '[%{FILEMODES:perms} %{FILENAMES}\n]' "$1" | sed -E \
-        -e 's#/usr/lib64/#/usr/lib/x86_64-linux-gnu/#; s#/usr/lib/systemd/#/lib/systemd/#' \
+packed_rpm() { rpm -qp --qf '[%{FILEMODES:perms} %{FILENAMES}\n]' "$1"; }
+# Entries of the RPM package with their paths as the .deb has them.
+as_deb_paths() {
+    sed -E -e 's#/usr/lib64/#/usr/lib/x86_64-linux-gnu/#; s#/usr/lib/systemd/#/lib/systemd/#' \
         -e 's#/usr/share/licenses/qdmhost/#/usr/share/doc/qdmhost/#'
 }
 # Whatever the families have in common: files, and the folders below /opt.
@@ -35,7 +35,7 @@ common_entries() { grep -E '^-|^d.* /opt/' | grep -vE '/changelog.gz$|/lintian/'
 # The package's paths that exist now, one a line, without the root and its
 # parents, which stay for the repository.
 existing_paths() {
-    "${format}_entries" "$package" | cut -d' ' -f2 | while read -r path; do
+    "packed_$format" "$package" | cut -d' ' -f2 | while read -r path; do
         [[ ! -e $path ]] || echo "$path"
     done | grep -vxE '/opt/velmora(/qdm(/provider)?)?' || true
 }
@@ -117,13 +117,17 @@ pack_deb() {
     ! grep -q hardening- "$packages/lintian.log" || fail "lintian finds binaries built without hardening flags"
 }
 
-# Built in place into BINARY_DIR/rpm, so that a second run rebuilds only what changed.
+# Built in place into BINARY_DIR-rpm: beside the build tree under test and
+# with its flags, so that ccache has the objects, and a second run rebuilds
+# only what changed.
 pack_rpm() {
+    local top=$binary_dir-rpm/rpmbuild
+    command -v ccache >/dev/null && export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
     (cd "$source_dir" && source scripts/build-flags.sh &&
-        rpmbuild -bb --build-in-place --nodeps --define "_topdir $binary_dir/rpm" \
-            --define "_vpath_builddir $binary_dir/rpm/build" packaging/rpm/qdmhost.spec) >"$packages/rpmbuild.log" 2>&1 ||
+        rpmbuild -bb --build-in-place --nodeps --define "_topdir $top" --define "_vpath_builddir $binary_dir-rpm" \
+            packaging/rpm/qdmhost.spec) >"$packages/rpmbuild.log" 2>&1 ||
         { tail -30 "$packages/rpmbuild.log" >&2; fail "rpmbuild failed"; }
-    package=$(echo "$binary_dir"/rpm/RPMS/*/qdmhost-"$version"-*.rpm)
+    package=$(echo "$top"/RPMS/*/qdmhost-"$version"-*.rpm)
     rpmlint "$source_dir/packaging/rpm/qdmhost.spec" "$package" || fail "rpmlint reports errors"
     rpm2cpio "$package" | (cd "$packages" && cpio -idm --quiet)
     local needed
@@ -131,7 +135,7 @@ pack_rpm() {
         awk '$1 == "NEEDED" && $2 !~ /^libqdm_/ { print $2 "()(64bit)" }' | sort -u)
     [[ -n $needed ]] && comm -23 <(echo "$needed") <(rpm -qpR "$package" | sort) | (! grep .) ||
         fail "rpm -qpR misses libraries that the binaries need"
-    diff <(deb_entries "$(cpack_deb "$version" "$packages")" | common_entries) <(rpm_entries "$package" | common_entries) ||
+    diff <(packed_deb "$(cpack_deb "$version" "$packages")" | common_entries) <(packed_rpm "$package" | as_deb_paths | common_entries) ||
         fail "the .deb and the .rpm install different files"
 }
 
