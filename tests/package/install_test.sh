@@ -87,6 +87,8 @@ inside_deb() {
 }
 
 inside_rpm() {
+    # The RPM distributions' preset policy: a unit that no preset names stays disabled.
+    mkdir -p /etc/systemd/system-preset && echo 'disable *' >/etc/systemd/system-preset/99-default-disable.preset
     "${rpm[@]}" -i --nodeps "$package" || fail "rpm -i failed"
     inventory /usr/lib/systemd/system
     remove_enabled "${rpm[@]}" -e qdmhost
