@@ -29,8 +29,11 @@ as_deb_paths() {
     sed -E -e 's#/usr/lib64/#/usr/lib/x86_64-linux-gnu/#; s#/usr/lib/systemd/#/lib/systemd/#' \
         -e 's#/usr/share/licenses/qdmhost/#/usr/share/doc/qdmhost/#'
 }
-# Whatever the families have in common: files, and the folders below /opt.
-common_entries() { grep -E '^-|^d.* /opt/' | grep -vE '/changelog.gz$|/lintian/' | sort; }
+# Whatever the families have in common: the files' paths (each family has its
+# modes for libraries), the folders below /opt with their modes.
+common_entries() {
+    awk '$1 ~ /^-/ { print $2 } $1 ~ /^d/ && $2 ~ /^\/opt\// { print }' | grep -vE '/changelog.gz$|/lintian/' | sort
+}
 
 # The package's paths that exist now, one a line, without the root and its
 # parents, which stay for the repository.
