@@ -27,7 +27,7 @@ packed_rpm() { rpm -qp --qf '[%{FILEMODES:perms} %{FILENAMES}\n]' "$1"; }
 # Entries of the RPM package with their paths as the .deb has them.
 as_deb_paths() {
     sed -E -e 's#/usr/lib64/#/usr/lib/x86_64-linux-gnu/#; s#/usr/lib/systemd/#/lib/systemd/#' \
-        -e 's#/usr/share/licenses/qdmhost/#/usr/share/doc/qdmhost/#'
+        -e 's#/usr/share/licenses/qdmhost(-[^/]*)?/#/usr/share/doc/qdmhost/#'
 }
 # Whatever the families have in common: the files' paths (each family has its
 # modes for libraries), the folders below /opt with their modes.
@@ -133,7 +133,8 @@ pack_rpm() {
             packaging/rpm/qdmhost.spec) >"$packages/rpmbuild.log" 2>&1 ||
         { tail -30 "$packages/rpmbuild.log" >&2; fail "rpmbuild failed"; }
     package=$(echo "$top"/RPMS/*/qdmhost-"$version"-*.rpm)
-    rpmlint "$source_dir/packaging/rpm/qdmhost.spec" "$package" || fail "rpmlint reports errors"
+    rpmlint -c "$source_dir/packaging/rpm/rpmlint.toml" "$source_dir/packaging/rpm/qdmhost.spec" "$package" ||
+        fail "rpmlint reports errors"
     rpm2cpio "$package" | (cd "$packages" && cpio -idm --quiet)
     local needed
     needed=$(find "$packages" -type f -exec sh -c 'objdump -p "$1" 2>/dev/null' _ {} \; |
