@@ -110,8 +110,7 @@ inside() {
 
 # Packs the build tree as the .deb of VERSION into FOLDER; prints its path.
 cpack_deb() {
-    cpack --config "$binary_dir/CPackConfig.cmake" -B "$2" -R "$1" >"$packages/cpack.log" ||
-        { cat "$packages/cpack.log" >&2; fail "cpack failed"; }
+    cpack --config "$binary_dir/CPackConfig.cmake" -B "$2" -R "$1" >"$packages/cpack.log" || fail "$(cat "$packages/cpack.log")"
     echo "$2"/qdmhost_"$1"_*.deb
 }
 
@@ -136,8 +135,7 @@ pack_rpm() {
     rpmlint -c "$source_dir/packaging/rpm/rpmlint.toml" "$source_dir/packaging/rpm/qdmhost.spec" "$package" ||
         fail "rpmlint reports errors"
     rpm2cpio "$package" | (cd "$packages" && cpio -idm --quiet)
-    local needed
-    needed=$(find "$packages" -type f -exec sh -c 'objdump -p "$1" 2>/dev/null' _ {} \; |
+    local needed=$(find "$packages" -type f -exec sh -c 'objdump -p "$1" 2>/dev/null' _ {} \; |
         awk '$1 == "NEEDED" && $2 !~ /^libqdm_/ { print $2 "()(64bit)" }' | sort -u)
     [[ -n $needed ]] && comm -23 <(echo "$needed") <(rpm -qpR "$package" | sort) | (! grep .) ||
         fail "rpm -qpR misses libraries that the binaries need"
