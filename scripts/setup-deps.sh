@@ -12,9 +12,8 @@ packages=(
   help2man dpkg-dev file lintian pciutils systemd rpm rpmlint
   prometheus prometheus-node-exporter curl
   openssh-server openssh-client ansible-core jq
-  ansible-lint yamllint python3-apt ansible
+  ansible-lint yamllint python3-apt
 )
-# ansible brings ansible.posix, whose json callback the fleet test reads results with.
 # openssh-server may start the system's sshd on port 22: harmless, the
 # simulated fleet runs its own sshd instances on free ports of 127.0.0.1.
 
