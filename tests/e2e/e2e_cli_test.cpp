@@ -5,12 +5,12 @@
 
 #include <set>
 
-#include "Catalogue.h"
-#include "Discovery.h"
-#include "ExitCodes.h"
-#include "HostError.h"
-#include "Metrics.h"
-#include "Modules.h"
+#include "repository/Catalogue.h"
+#include "adapters/Discovery.h"
+#include "model/ExitCodes.h"
+#include "model/HostError.h"
+#include "render/Exposition.h"
+#include "model/Modules.h"
 
 namespace {
 
