@@ -1,12 +1,10 @@
 #include "adapters/Discovery.h"
 
-#include <nlohmann/json.hpp>
-
 #include <algorithm>
 #include <cctype>
 #include <sstream>
 
-#include "model/HostError.h"
+#include "util/Text.h"
 
 namespace qdmcli {
 
@@ -15,18 +13,6 @@ namespace {
 bool IsHexOfLength(const std::string& text, std::size_t length) {
     return text.size() == length &&
            std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isxdigit(c) != 0; });
-}
-
-std::string Lower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
-std::string Upper(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
 }
 
 // dddd:bb:dd.f with hex domain, bus and device, and a function 0..7.
@@ -52,14 +38,14 @@ bool QuotedFields(const std::string& line, std::size_t from, std::vector<std::st
 std::optional<PciFunction> ParseLspciLine(const std::string& line) {
     std::size_t blank = line.find(' ');
     if (blank == std::string::npos) return std::nullopt;
-    std::string address = Lower(line.substr(0, blank));
+    std::string address = ToLower(line.substr(0, blank));
     std::vector<std::string> fields;
     if (!IsPciAddress(address) || !QuotedFields(line, blank, &fields) || fields.size() != 5)
         return std::nullopt;
     for (const std::string& field : fields)
         if (!IsHexOfLength(field, 4)) return std::nullopt;
-    return PciFunction{address,          Lower(fields[0]), Lower(fields[1]), Lower(fields[2]),
-                       Lower(fields[3]), Lower(fields[4])};
+    return PciFunction{address,          ToLower(fields[0]), ToLower(fields[1]), ToLower(fields[2]),
+                       ToLower(fields[3]), ToLower(fields[4])};
 }
 
 std::vector<PciFunction> FibreChannelFunctions(const std::string& listing) {
@@ -73,63 +59,12 @@ std::vector<PciFunction> FibreChannelFunctions(const std::string& listing) {
 }
 
 std::string HardwareId(const PciFunction& function) {
-    return "PCI\\VEN_" + Upper(function.vendor) + "&DEV_" + Upper(function.device) + "&SUBSYS_" +
-           Upper(function.subDevice) + Upper(function.subVendor);
+    return "PCI\\VEN_" + ToUpper(function.vendor) + "&DEV_" + ToUpper(function.device) + "&SUBSYS_" +
+           ToUpper(function.subDevice) + ToUpper(function.subVendor);
 }
 
 std::string DeviceIdentifier(const PciFunction& function) {
     return function.address + "-" + HardwareId(function);
-}
-
-bool IsProviderVendorClass(const std::string& name) {
-    return name == "CFC_EMULEX_8G_1P_Vendor" || name == "CFC_EMULEX_8G_2P_Vendor" ||
-           name == "CFC_EMULEX_16G_Vendor";
-}
-
-namespace {
-
-bool IsHardwareIdPrefix(const std::string& text) {
-    const std::string head = "PCI\\VEN_";
-    return text.size() > head.size() && text.size() <= 64 && text.compare(0, head.size(), head) == 0 &&
-           std::all_of(text.begin(), text.end(), [](unsigned char c) {
-               return std::isupper(c) || std::isdigit(c) || c == '_' || c == '&' || c == '\\';
-           });
-}
-
-[[noreturn]] void BadTable(const std::string& why) {
-    throw HostError(kExitNoDevice, "supported-device table: " + why);
-}
-
-}  // namespace
-
-DeviceTable ParseDeviceTable(const std::string& jsonText) {
-    nlohmann::json document = nlohmann::json::parse(jsonText, nullptr, false);
-    if (document.is_discarded()) BadTable("not valid JSON");
-    if (!document.is_object() || !document.contains("devices") || !document["devices"].is_array())
-        BadTable("no \"devices\" list");
-    DeviceTable table;
-    std::size_t index = 0;
-    for (const nlohmann::json& entry : document["devices"]) {
-        std::string where = "entry " + std::to_string(index++);
-        if (!entry.is_object() || !entry.contains("match") || !entry["match"].is_string() ||
-            !entry.contains("class") || !entry["class"].is_string())
-            BadTable(where + " needs string fields \"match\" and \"class\"");
-        std::string prefix = Upper(entry["match"].get<std::string>());
-        std::string className = entry["class"].get<std::string>();
-        if (!IsHardwareIdPrefix(prefix)) BadTable(where + ": bad hardware identifier prefix");
-        if (!IsProviderVendorClass(className)) BadTable(where + ": unknown vendor class " + className);
-        table.entries.emplace_back(prefix, className);
-    }
-    return table;
-}
-
-std::string LookupVendorClass(const DeviceTable& table, const std::string& hardwareId) {
-    const std::pair<std::string, std::string>* best = nullptr;
-    for (const auto& entry : table.entries)
-        if (hardwareId.compare(0, entry.first.size(), entry.first) == 0 &&
-            (!best || entry.first.size() > best->first.size()))
-            best = &entry;
-    return best ? best->second : "";
 }
 
 }  // namespace qdmcli

@@ -1,10 +1,9 @@
 #pragma once
-// Pure parsing for adapter discovery: lspci's machine-readable lines, the
-// host's device identifiers and the supported-device table. No files, no
-// processes: the caller supplies the texts.
+// Pure parsing for adapter discovery: lspci's machine-readable lines and the
+// host's device identifiers. No files, no processes: the caller supplies the
+// texts.
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace qdmcli {
@@ -32,17 +31,5 @@ std::vector<PciFunction> FibreChannelFunctions(const std::string& listing);
 std::string HardwareId(const PciFunction& function);
 // "<address>-<hardware id>", the identifier the provider is given.
 std::string DeviceIdentifier(const PciFunction& function);
-
-// Hardware-identifier prefixes mapped to provider vendor classes.
-struct DeviceTable {
-    std::vector<std::pair<std::string, std::string>> entries;  // (prefix, class)
-};
-
-// Parses the JSON table {"devices": [{"match": prefix, "class": name}, ...]}.
-// Throws HostError (no-device) naming the first bad entry.
-DeviceTable ParseDeviceTable(const std::string& jsonText);
-// The class of the longest matching prefix; empty when none matches.
-std::string LookupVendorClass(const DeviceTable& table, const std::string& hardwareId);
-bool IsProviderVendorClass(const std::string& name);
 
 }  // namespace qdmcli

@@ -1,44 +1,24 @@
 #include "adapters/Session.h"
 
-#include <dlfcn.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <list>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
-#include "cli/Console.h"
+#include "adapters/DeviceTable.h"
 #include "adapters/Discovery.h"
-#include "FileUtility.h"
+#include "cli/Console.h"
 #include "model/HostError.h"
-#include "TraceUtility.h"
 
 namespace qdmcli {
 
 namespace {
 
-const char kProviderFile[] = "libqdmp_EMULEX_FC.so";
-const char kDeviceTableFile[] = "devices.json";
 // A listing larger than this is not a real server's.
 const std::size_t kMaxListing = 4 << 20;
-
-bool IsRegularFile(const std::string& path) {
-    struct stat info;
-    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
-}
-
-std::string ExecutableFolder() {
-    char path[4096];
-    ssize_t length = ::readlink("/proc/self/exe", path, sizeof path - 1);
-    if (length <= 0) return "";
-    std::string text(path, static_cast<std::size_t>(length));
-    return text.substr(0, text.rfind('/'));
-}
 
 std::string ReadWholeFile(const std::string& path, ExitCode code, const std::string& what) {
     std::ifstream in(path);
@@ -73,74 +53,9 @@ std::pair<std::string, std::string> ExtendedInfo(CVendor* vendor) {
     return found;
 }
 
-std::string WithoutColonsUpper(std::string text) {
-    text.erase(std::remove(text.begin(), text.end(), ':'), text.end());
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
-}
-
 }  // namespace
 
-bool IsSafeHostPath(const std::string& path) {
-    return !path.empty() && path[0] == '/' && path.size() < 1024 && path.find("..") == std::string::npos &&
-           std::all_of(path.begin(), path.end(), [](unsigned char c) {
-               return std::isalnum(c) || c == '/' || c == '_' || c == '-' || c == '.';
-           });
-}
-
-void UseInstallRoot(const Options& options) {
-    if (!IsSafeHostPath(options.root))
-        throw HostError(kExitUsage, "--root must be an absolute path of letters, digits, '/', '_', '-', '.'");
-    CFileUtility::SetInstallPath(options.root);
-    if (options.traceLevel >= 0) CTraceUtility::SetLevelMask(static_cast<unsigned>(options.traceLevel));
-    if (!CFileUtility::CreateFolder(options.root + "/tmp"))
-        throw HostError(kExitInternal, "cannot create " + options.root + "/tmp");
-}
-
-ProviderLibrary::ProviderLibrary(const std::string& path) : handle_(nullptr), factory_(nullptr), release_(nullptr) {
-    if (path.empty() || !IsRegularFile(path))
-        throw HostError(kExitProvider, "provider library not found" + (path.empty() ? "" : ": " + path) +
-                                           " (use --provider)");
-    // A path without "/" would make dlopen search the library path instead.
-    std::string openPath = path.find('/') == std::string::npos ? "./" + path : path;
-    handle_ = ::dlopen(openPath.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (!handle_) {
-        const char* why = ::dlerror();
-        throw HostError(kExitProvider, "provider library " + path + " cannot be loaded: " + (why ? why : "?"));
-    }
-    factory_ = reinterpret_cast<Factory>(::dlsym(handle_, "GetVendorFactory"));
-    release_ = reinterpret_cast<Releaser>(::dlsym(handle_, "_Z13ReleaseVendorPv"));
-    if (!factory_ || !release_) {
-        ::dlclose(handle_);
-        throw HostError(kExitProvider, "provider library " + path + " lacks its entry points");
-    }
-}
-
-ProviderLibrary::~ProviderLibrary() { ::dlclose(handle_); }
-
-CVendor* ProviderLibrary::Build(const std::string& className, const std::string& deviceId) const {
-    return static_cast<CVendor*>(factory_(className.c_str(), deviceId.c_str()));
-}
-
-void ProviderLibrary::Release(CVendor* vendor) const { release_(vendor); }
-
-std::string FindProviderLibrary(const Options& options) {
-    if (!options.provider.empty()) return options.provider;
-    std::string beside = ExecutableFolder() + "/../provider/" + kProviderFile;
-    if (IsRegularFile(beside)) return beside;
-    std::string installed = options.root + "/lib/" + kProviderFile;
-    return IsRegularFile(installed) ? installed : "";
-}
-
-bool PortMatches(const Port& port, const std::string& selector) {
-    std::string address = port.deviceId.substr(0, port.deviceId.find('-'));
-    return selector == port.deviceId || selector == address ||
-           (address.size() > 5 && selector == address.substr(5)) || selector == port.busDevFunc ||
-           (!port.wwpn.empty() && WithoutColonsUpper(selector) == port.wwpn);
-}
-
-Session::Session(const Options& options) : library_(FindProviderLibrary(options)) {
+Session::Session(const Options& options) : library_(ProviderLibrary::Find(options.provider, options.root)) {
     try {
         BuildPorts(options);
         SelectPorts(options.ports);

@@ -6,22 +6,20 @@
 
 #include <cstdio>
 #include <cstring>
-#include <functional>
 #include <iostream>
-#include <map>
+#include <utility>
+#include <vector>
 
-#include "commands/Commands.h"
+#include "cli/Command.h"
 #include "cli/Console.h"
 #include "model/ExitCodes.h"
-#include "store/History.h"
+#include "util/UtcTime.h"
 #include "model/HostError.h"
 #include "Version.h"
 
 namespace qdmcli {
 
 namespace {
-
-using Command = std::function<CommandResult(const Options&)>;
 
 // Raised only when a document changes in a way that breaks its readers.
 const int kSchemaVersion = 1;
@@ -38,14 +36,13 @@ std::string HostName() {
     return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
 }
 
+// The command's fields in the envelope that every document carries.
 void PrintDocument(const Invocation& run, nlohmann::json document, int exitCode) {
     document.update({{"schemaVersion", kSchemaVersion}, {"qdmhost", kVersion}, {"revision", kRevision},
                      {"host", HostName()}, {"time", run.started}, {"command", run.command}, {"exitCode", exitCode},
                      {"exitName", DescribeExitCode(exitCode).name}});
     // Texts from adapters may hold bytes that are not UTF-8: replaced, not fatal.
-    std::cout << (run.json ? document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n"
-                           : RenderText(document))
-              << std::flush;
+    std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n" << std::flush;
 }
 
 void PrintError(const Invocation& run, int code, const std::string& message, const std::string& reason = "") {
@@ -80,47 +77,15 @@ void AddCommonOptions(CLI::App& app, Options& options) {
                  "accept a repository without a valid signature (labs only; loudly warned, recorded)");
 }
 
-// trust add FILE.pub | trust list | trust remove KEYID: the action is noted
-// when its subcommand is parsed.
-CLI::App* AddTrustCommand(CLI::App& app, Options& options) {
-    CLI::App* trust = app.add_subcommand("trust", "manage the keys that repositories must be signed with");
-    trust->require_subcommand(1);
-    CLI::App* add = trust->add_subcommand("add", "trust the minisign public key in FILE");
-    add->add_option("file", options.trustArgument, "minisign public key file (.pub)")->required();
-    CLI::App* list = trust->add_subcommand("list", "show the trusted keys");
-    CLI::App* remove = trust->add_subcommand("remove", "stop trusting a key");
-    remove->add_option("keyid", options.trustArgument, "key id, as trust list shows it")->required();
-    for (CLI::App* action : {add, list, remove}) {
-        action->fallthrough();
-        action->parse_complete_callback([&options, action] { options.trustAction = action->get_name(); });
+// Every command of the table as a subcommand, with its own options.
+std::vector<std::pair<CLI::App*, const Command*>> AddCommands(CLI::App& app, Options& options) {
+    std::vector<std::pair<CLI::App*, const Command*>> commands;
+    for (const Command& command : CommandTable()) {
+        CLI::App* subcommand = app.add_subcommand(command.name, command.help);
+        if (command.addOptions) command.addOptions(*subcommand, options);
+        subcommand->fallthrough();
+        commands.emplace_back(subcommand, &command);
     }
-    return trust;
-}
-
-std::map<CLI::App*, Command> AddCommands(CLI::App& app, Options& options) {
-    std::map<CLI::App*, Command> commands;
-    commands[app.add_subcommand("inventory", "list the ports with their versions and the repository's")] = RunInventory;
-    CLI::App* update = app.add_subcommand("update", "bring every module to the repository version");
-    update->add_flag("--dry-run", options.dryRun, "show the plan only");
-    commands[update] = RunUpdate;
-    CLI::App* report = app.add_subcommand("report", "write the device configuration report (XML)");
-    report->add_option("--out", options.outFolder, "output folder")->required();
-    commands[report] = RunReport;
-    commands[app.add_subcommand("check", "check for missing components and the utility configuration")] = RunCheck;
-    commands[app.add_subcommand("history", "show the results of past updates")] = RunHistory;
-    commands[AddTrustCommand(app, options)] = RunTrust;
-    CLI::App* metrics = app.add_subcommand(
-        "metrics", "write Prometheus metrics for node_exporter: status and versions of every port and module, "
-                   "last updates, utility check, this run's success");
-    metrics
-        ->add_option("--textfile", options.textfileFolder,
-                     "folder of node_exporter's textfile collector (e.g. /var/lib/prometheus/node-exporter): "
-                     "DIR/qdmhost.prom is replaced atomically, on a failure too (success 0 and the error's name; "
-                     "the exit code is the error's)")
-        ->type_name("DIR")
-        ->required();
-    commands[metrics] = RunMetrics;
-    for (auto& entry : commands) entry.first->fallthrough();
     return commands;
 }
 
@@ -128,9 +93,12 @@ int RunCommand(const Command& command, const Options& options, const Invocation&
     InstallHostHooks(VirtualTimeRequested());
     int code = kExitOk;
     try {
-        CommandResult result = command(options);
-        PrintDocument(run, result.document, result.exitCode);
-        code = result.exitCode;
+        CommandOutput output = command.run(options);
+        if (run.json)
+            PrintDocument(run, output.document, output.exitCode);
+        else
+            std::cout << output.text << std::flush;
+        code = output.exitCode;
     } catch (const HostError& error) {
         PrintError(run, error.code(), error.what(), error.reason());
         code = error.code();
@@ -143,7 +111,7 @@ int RunCommand(const Command& command, const Options& options, const Invocation&
 }
 
 // The command the line named, even when the rest of it did not parse.
-nlohmann::json ParsedCommand(const std::map<CLI::App*, Command>& commands) {
+nlohmann::json ParsedCommand(const std::vector<std::pair<CLI::App*, const Command*>>& commands) {
     for (const auto& entry : commands)
         if (entry.first->parsed()) return entry.first->get_name();
     return nullptr;
@@ -158,7 +126,7 @@ int RunCli(int argc, char** argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", std::string("qdmhost ") + kVersion + " (revision " + kRevision + ")");
     AddCommonOptions(app, options);
-    std::map<CLI::App*, Command> commands = AddCommands(app, options);
+    const std::vector<std::pair<CLI::App*, const Command*>> commands = AddCommands(app, options);
     Invocation run{WantsJson(argc, argv), UtcTimestamp()};
     try {
         app.parse(argc, argv);
@@ -171,8 +139,8 @@ int RunCli(int argc, char** argv) {
         return kExitUsage;
     }
     run.command = ParsedCommand(commands);
-    for (auto& entry : commands)
-        if (entry.first->parsed()) return RunCommand(entry.second, options, run);
+    for (const auto& entry : commands)
+        if (entry.first->parsed()) return RunCommand(*entry.second, options, run);
     return kExitUsage;
 }
 

@@ -1,47 +1,20 @@
-#include <pugixml.hpp>
+// qdmhost report --out DIR: the provider's device configuration report.
+#include <CLI/CLI.hpp>
 
-#include "commands/Commands.h"
-#include "cli/Console.h"
 #include "FileUtility.h"
+#include "adapters/ConfigReport.h"
+#include "adapters/InstallRoot.h"
+#include "adapters/Session.h"
+#include "cli/Command.h"
 #include "model/HostError.h"
+#include "render/JsonRenderer.h"
+#include "render/TextRenderer.h"
 
 namespace qdmcli {
 
-std::vector<const Port*> WriteConfigReport(std::vector<Port>& ports, const std::string& folder) {
-    std::vector<const Port*> reported;
-    for (Port& port : ports) {
-        // The exec phase reads these modules without testing them.
-        if (!port.vendor->GetFirmwareModule() || !port.vendor->GetDriverModule()) {
-            Warn(port.deviceId + " has no firmware or driver module; left out of the report");
-            continue;
-        }
-        for (const char* kind : {"firm", "driver", "util"})
-            if (CModuleManager* module = port.vendor->FindModule(kind)) module->RefreshOperatingVersionCache();
-        reported.push_back(&port);
-    }
-    if (reported.empty()) throw HostError(kExitNoDevice, "no port can be reported");
-    CVendor* first = reported.front()->vendor;
-    if (first->StartOutputDeviceConfigInfo("", nullptr) != 0)
-        Warn("the management utility is not installed; its version is left empty");
-    for (const Port* port : reported) port->vendor->ExecOutputDeviceConfigInfo("", nullptr);
-    if (first->EndOutputDeviceConfigInfo(folder + "/", nullptr) != 0)
-        throw HostError(kExitInternal, "the configuration report could not be written to " + folder);
-    return reported;
-}
+namespace {
 
-std::vector<std::string> ReportBootBiosVersions(const std::string& reportPath) {
-    std::vector<std::string> versions;
-    pugi::xml_document document;
-    if (!document.load_file(reportPath.c_str())) return versions;
-    for (pugi::xml_node port : document.child("data").children("port")) {
-        pugi::xml_node attr =
-            port.child("version-inf").find_child_by_attribute("attr", "name", "BootBios Version");
-        versions.push_back(attr.attribute("value").value());
-    }
-    return versions;
-}
-
-CommandResult RunReport(const Options& options) {
+Outcome<ReportSummary> RunReport(const Options& options) {
     UseInstallRoot(options);
     if (!IsSafeHostPath(options.outFolder))
         throw HostError(kExitUsage, "--out must be an absolute path of letters, digits, '/', '_', '-', '.'");
@@ -49,9 +22,18 @@ CommandResult RunReport(const Options& options) {
         throw HostError(kExitInternal, "cannot create " + options.outFolder);
     Session session(options);
     std::vector<const Port*> reported = WriteConfigReport(session.ports(), options.outFolder);
-    CommandResult result;
-    result.document = {{"file", options.outFolder + "/" + kReportFile}, {"ports", reported.size()}};
-    return result;
+    return {{options.outFolder + "/" + kReportFile, reported.size()}};
+}
+
+void AddReportOptions(CLI::App& command, Options& options) {
+    command.add_option("--out", options.outFolder, "output folder")->required();
+}
+
+}  // namespace
+
+Command ReportCommand() {
+    return MakeCommand<ReportSummary>("report", "write the device configuration report (XML)", AddReportOptions,
+                                      RunReport, ReportJson, ReportText);
 }
 
 }  // namespace qdmcli

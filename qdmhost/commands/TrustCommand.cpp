@@ -3,16 +3,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cctype>
+#include <CLI/CLI.hpp>
+
 #include <cerrno>
 #include <cstring>
 
-#include "commands/Commands.h"
+#include "adapters/InstallRoot.h"
+#include "cli/Command.h"
 #include "FileUtility.h"
 #include "util/Files.h"
 #include "model/HostError.h"
+#include "render/JsonRenderer.h"
+#include "render/TextRenderer.h"
 #include "repository/Trust.h"
+#include "util/Text.h"
 
 namespace qdmcli {
 
@@ -61,7 +65,7 @@ MinisignPublicKey ReadKeyFile(const std::string& path, std::string* text) {
 }
 
 // Stored as minisign wrote it, so that `minisign -V -p` takes the file too.
-nlohmann::json AddKey(const Options& options) {
+TrustChange AddKey(const Options& options) {
     std::string text;
     MinisignPublicKey key = ReadKeyFile(options.trustArgument, &text);
     const std::string folder = CreateTrustStore(options);
@@ -70,22 +74,21 @@ nlohmann::json AddKey(const Options& options) {
     const std::string path = folder + "/" + keyId + ".pub";
     if (!WriteFileAtomically(path, text, 0644))
         throw HostError(kExitInternal, "cannot write " + path);
-    return {{"action", "add"}, {"keyId", keyId}, {"file", path}};
+    return {"add", keyId, path, {}};
 }
 
-nlohmann::json ListKeys(const Options& options) {
+TrustChange ListKeys(const Options& options) {
     CheckTrustStore(TrustedKeysFolder(options.HostFolder()));
-    nlohmann::json keys = nlohmann::json::array();
+    TrustChange change{"list", "", "", {}};
     for (const TrustedKey& key : LoadTrustedKeys(options.HostFolder()))
-        keys.push_back({{"keyId", KeyIdText(key.key.keyId)}, {"comment", key.key.comment}, {"file", key.file}});
-    return {{"action", "list"}, {"keys", keys}};
+        change.keys.push_back({KeyIdText(key.key.keyId), key.key.comment, key.file});
+    return change;
 }
 
-nlohmann::json RemoveKey(const Options& options) {
+TrustChange RemoveKey(const Options& options) {
     if (!IsKeyIdText(options.trustArgument))
         throw HostError(kExitUsage, "a key id is 16 hex digits, as qdmhost trust list shows it");
-    std::string keyId = options.trustArgument;
-    std::transform(keyId.begin(), keyId.end(), keyId.begin(), [](unsigned char c) { return std::toupper(c); });
+    const std::string keyId = ToUpper(options.trustArgument);
     CheckTrustStore(TrustedKeysFolder(options.HostFolder()));
     bool removed = false;
     for (const TrustedKey& key : LoadTrustedKeys(options.HostFolder()))
@@ -95,18 +98,36 @@ nlohmann::json RemoveKey(const Options& options) {
             removed = true;
         }
     if (!removed) throw HostError(kExitUsage, "no trusted key " + keyId + " (qdmhost trust list)");
-    return {{"action", "remove"}, {"keyId", keyId}};
+    return {"remove", keyId, "", {}};
+}
+
+Outcome<TrustChange> RunTrust(const Options& options) {
+    UseInstallRoot(options);
+    if (options.trustAction == "add") return {AddKey(options)};
+    if (options.trustAction == "remove") return {RemoveKey(options)};
+    return {ListKeys(options)};
+}
+
+// trust add FILE.pub | trust list | trust remove KEYID: the action is noted
+// when its subcommand is parsed.
+void AddTrustActions(CLI::App& trust, Options& options) {
+    trust.require_subcommand(1);
+    CLI::App* add = trust.add_subcommand("add", "trust the minisign public key in FILE");
+    add->add_option("file", options.trustArgument, "minisign public key file (.pub)")->required();
+    CLI::App* list = trust.add_subcommand("list", "show the trusted keys");
+    CLI::App* remove = trust.add_subcommand("remove", "stop trusting a key");
+    remove->add_option("keyid", options.trustArgument, "key id, as trust list shows it")->required();
+    for (CLI::App* action : {add, list, remove}) {
+        action->fallthrough();
+        action->parse_complete_callback([&options, action] { options.trustAction = action->get_name(); });
+    }
 }
 
 }  // namespace
 
-CommandResult RunTrust(const Options& options) {
-    UseInstallRoot(options);
-    CommandResult result;
-    if (options.trustAction == "add") result.document = AddKey(options);
-    if (options.trustAction == "list") result.document = ListKeys(options);
-    if (options.trustAction == "remove") result.document = RemoveKey(options);
-    return result;
+Command TrustCommand() {
+    return MakeCommand<TrustChange>("trust", "manage the keys that repositories must be signed with", AddTrustActions,
+                                    RunTrust, TrustJson, TrustText);
 }
 
 }  // namespace qdmcli

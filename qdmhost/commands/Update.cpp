@@ -1,15 +1,24 @@
+// qdmhost update [--dry-run]: every selected port's modules, in the vendor's
+// update order, brought to the repository's versions.
+#include <CLI/CLI.hpp>
+
 #include <chrono>
 #include <functional>
 #include <set>
 
-#include "commands/Commands.h"
+#include "adapters/InstallRoot.h"
+#include "cli/Command.h"
 #include "cli/Console.h"
 #include "model/HostError.h"
-#include "store/History.h"
-#include "model/Modules.h"
+#include "model/Vocabulary.h"
+#include "render/JsonRenderer.h"
+#include "render/TextRenderer.h"
 #include "repository/Staging.h"
 #include "repository/Trust.h"
+#include "store/AcceptedSerials.h"
+#include "store/History.h"
 #include "store/UpdateLock.h"
+#include "util/UtcTime.h"
 
 namespace qdmcli {
 
@@ -27,20 +36,6 @@ int ExitCodeOf(const std::string& outcome) {
     if (outcome == kFailed) return kExitUpdateFailed;
     if (outcome == kMismatch) return kExitApplyCheck;
     return kExitOk;
-}
-
-// The restore step drops the module's result files and cached readings; run
-// before deciding, it makes the decision read the adapter afresh, so that a
-// host-wide component (driver, utility) updated through an earlier port, or
-// firmware flashed through a sibling function, is seen as it now is.
-void DropCachedReadings(CVendor* vendor, const std::string& kind) {
-    if (vendor->FindModule(kind)) vendor->ExecuteUpdateRestore(kind, "");
-}
-
-nlohmann::json MessagesJson(const std::vector<OperatorMessage>& messages) {
-    nlohmann::json list = nlohmann::json::array();
-    for (const OperatorMessage& message : messages) list.push_back({{"id", message.id}, {"text", message.text}});
-    return list;
 }
 
 class ModuleUpdate {
@@ -87,7 +82,7 @@ private:
     }
 
     int RunStep(const char* step, const std::function<int()>& action) {
-        std::string activity = port_.deviceId.substr(0, port_.deviceId.find('-')) + " " + reading_.kind + " " + step;
+        std::string activity = PciAddressOf(port_.deviceId) + " " + reading_.kind + " " + step;
         SetActivity(activity);
         auto start = std::chrono::steady_clock::now();
         Progress(activity);
@@ -104,50 +99,43 @@ private:
     const ModuleReading& reading_;
 };
 
-nlohmann::json ResultJson(const Port& port, const ModuleReading& reading, const std::string& outcome) {
-    return {{"deviceId", port.deviceId},   {"wwpn", port.wwpn},       {"busDevFunc", port.busDevFunc},
-            {"kind", reading.kind},        {"outcome", outcome},      {"from", reading.operating},
-            {"to", reading.hasPackage ? nlohmann::json(reading.package.version) : nlohmann::json(nullptr)}};
-}
-
-nlohmann::json UpdatePortModule(const Port& port, const std::string& kind, const Repository& repository,
-                                 const Options& options) {
-    DropCachedReadings(port.vendor, kind);
-    ModuleReading reading = ReadModule(port, kind, repository);
-    if (!StatusNeedsUpdate(reading.status) || !reading.hasPackage) return ResultJson(port, reading, reading.status);
+// What the plan says for one module read afresh: its status when there is
+// nothing to do, refused when the provider's condition check says no, else
+// planned. The same decision for --dry-run and for the update.
+ModuleOutcome Plan(const Port& port, const ModuleReading& reading) {
+    ModuleOutcome result{port, reading, reading.status, std::nullopt, false, "", "", 0};
+    if (!StatusNeedsUpdate(reading.status) || !reading.hasPackage) return result;
     TakeOperatorMessages();  // what came before belongs to no update
     CManageRepositoryInfo package = reading.package;
-    if (port.vendor->CheckUpdateConditionByDevicevendor(kind, &package) != 0) {
-        nlohmann::json result = ResultJson(port, reading, kRefused);
-        result["messages"] = MessagesJson(TakeOperatorMessages());
+    if (port.vendor->CheckUpdateConditionByDevicevendor(reading.kind, &package) != 0) {
+        result.outcome = kRefused;
+        result.messages = TakeOperatorMessages();
         return result;
     }
-    if (options.dryRun) return ResultJson(port, reading, kPlanned);
-    auto start = std::chrono::steady_clock::now();
-    std::string failedStep;
-    std::string outcome = ModuleUpdate(port, reading).Run(&failedStep);
-    nlohmann::json result = ResultJson(port, reading, outcome);
-    result["now"] = reading.module->RefreshOperatingVersionCache();
-    result["failedStep"] = failedStep.empty() ? nlohmann::json(nullptr) : nlohmann::json(failedStep);
-    result["seconds"] = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    result["messages"] = MessagesJson(TakeOperatorMessages());
+    result.outcome = kPlanned;
     return result;
 }
 
-// Which key vouched for the update and which catalogue it came from.
-nlohmann::json Provenance(const RepositoryTrust& trust) {
-    nlohmann::json provenance = {
-        {"keyId", trust.keyId.empty() ? nlohmann::json(nullptr) : nlohmann::json(trust.keyId)},
-        {"catalogueSerial", trust.serial ? nlohmann::json(*trust.serial) : nlohmann::json(nullptr)}};
-    if (trust.unsignedAccepted) provenance["unsigned"] = true;
-    return provenance;
+ModuleOutcome UpdateModule(const Port& port, const ModuleReading& reading) {
+    ModuleOutcome result = Plan(port, reading);
+    if (result.outcome != kPlanned) return result;
+    auto start = std::chrono::steady_clock::now();
+    result.outcome = ModuleUpdate(port, result.reading).Run(&result.failedStep);
+    result.ran = true;
+    result.now = result.reading.module->RefreshOperatingVersionCache();
+    result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    result.messages = TakeOperatorMessages();
+    return result;
 }
 
-void RecordHistory(const Options& options, nlohmann::json result, const RepositoryTrust& trust) {
-    result.erase("seconds");
-    result["time"] = UtcTimestamp();
-    result.update(Provenance(trust));
-    AppendHistory(options.HostFolder(), result);
+Provenance ProvenanceOf(const RepositoryTrust& trust) { return {trust.keyId, trust.serial, trust.unsignedAccepted}; }
+
+void RecordHistory(const Options& options, const ModuleOutcome& result, const Provenance& provenance) {
+    nlohmann::json record = ModuleOutcomeJson(result);
+    record.erase("seconds");
+    record["time"] = UtcTimestamp();
+    record.update(ProvenanceJson(provenance));
+    AppendHistory(options.HostFolder(), record);
 }
 
 // Every archive the selected ports could be updated from is staged and
@@ -168,13 +156,37 @@ void AcceptSerial(const Options& options, const Repository& repository) {
     const RepositoryTrust& trust = repository.trust();
     if (trust.keyId.empty() || !trust.serial) return;
     AcceptedSerials serials(options.HostFolder());
-    serials.CheckNotRolledBack(repository.folder() + "/" + kCatalogueFile, trust.keyId, trust.realPath, *trust.serial);
+    CheckNotRolledBack(repository.folder() + "/" + kCatalogueFile, trust.keyId, *trust.serial,
+                       serials.Highest(trust.keyId, trust.realPath));
     serials.Accept(trust.keyId, trust.realPath, *trust.serial);
 }
 
-}  // namespace
+// The dry run's plan: the survey in update order, each module decided.
+std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& repository, const Options& options) {
+    SurveyScope scope;
+    scope.modules = SurveyScope::Modules::kUpdateOrder;
+    std::vector<ModuleOutcome> plan;
+    for (const PortSurvey& port : SurveyServer(ports, repository, scope, options.root).ports)
+        for (const ModuleReading& reading : port.modules) plan.push_back(Plan(port.port, reading));
+    return plan;
+}
 
-CommandResult RunUpdate(const Options& options) {
+// Each module is read afresh just before its turn: an earlier update (a
+// host-wide driver or utility, a sibling function's firmware) may have changed it.
+std::vector<ModuleOutcome> UpdateAll(std::vector<Port>& ports, const Repository& repository, const Options& options,
+                                     const Provenance& provenance) {
+    std::vector<ModuleOutcome> results;
+    for (const Port& port : ports)
+        for (const std::string& kind : UpdateOrder(port.vendor)) {
+            results.push_back(UpdateModule(port, ReadModuleAfresh(port, kind, repository)));
+            const std::string& outcome = results.back().outcome;
+            if (outcome == kUpdated || ExitCodeOf(outcome) != kExitOk)
+                RecordHistory(options, results.back(), provenance);
+        }
+    return results;
+}
+
+Outcome<UpdateRun> RunUpdate(const Options& options) {
     UseInstallRoot(options);
     Repository repository =
         Repository::Load(options.RepositoryFolder(), TrustPolicy{options.HostFolder(), options.allowUnsigned, true});
@@ -184,23 +196,27 @@ CommandResult RunUpdate(const Options& options) {
     StagingArea staging(options.root);
     StageArchives(session.ports(), repository, staging);
     if (!options.dryRun) AcceptSerial(options, repository);
-    CommandResult result;
-    nlohmann::json results = nlohmann::json::array();
-    for (const Port& port : session.ports()) {
-        for (const std::string& kind : UpdateOrder(port.vendor)) {
-            nlohmann::json moduleResult = UpdatePortModule(port, kind, repository, options);
-            std::string outcome = moduleResult["outcome"];
-            result.exitCode = WorseExitCode(result.exitCode, ExitCodeOf(outcome));
-            if (!options.dryRun && (outcome == kUpdated || ExitCodeOf(outcome) != kExitOk))
-                RecordHistory(options, moduleResult, repository.trust());
-            results.push_back(std::move(moduleResult));
-        }
-    }
-    result.document = {{"dryRun", options.dryRun},
-                       {"repositoryVerified", RepositoryVerifiedJson(repository)},
-                       {"results", results}};
-    result.document.update(Provenance(repository.trust()));
-    return result;
+    Outcome<UpdateRun> outcome;
+    UpdateRun& run = outcome.result;
+    run.dryRun = options.dryRun;
+    run.repository = {true, repository.folder(), repository.trust().verified};
+    run.provenance = ProvenanceOf(repository.trust());
+    run.results = options.dryRun ? PlanAll(session.ports(), repository, options)
+                                 : UpdateAll(session.ports(), repository, options, run.provenance);
+    for (const ModuleOutcome& result : run.results)
+        outcome.exitCode = WorseExitCode(outcome.exitCode, ExitCodeOf(result.outcome));
+    return outcome;
+}
+
+void AddUpdateOptions(CLI::App& command, Options& options) {
+    command.add_flag("--dry-run", options.dryRun, "show the plan only");
+}
+
+}  // namespace
+
+Command UpdateCommand() {
+    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions,
+                                  RunUpdate, UpdateJson, UpdateText);
 }
 
 }  // namespace qdmcli

@@ -7,8 +7,6 @@
 
 namespace qdmcli {
 
-const char kMetricsFile[] = "qdmhost.prom";
-
 // A label value as the format quotes it: backslash, double quote and line
 // feed escaped, bytes that are not UTF-8 replaced by U+FFFD; every other byte
 // as it is.

@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "model/HostError.h"
+#include "model/Vocabulary.h"
+#include "util/UtcTime.h"
 
 namespace qdmcli {
 
@@ -107,8 +109,6 @@ bool IsSafeUniqueName(const std::string& name) {
     return !name.empty() && name.size() <= kMaxText && AllOf(name, IsWordChar);
 }
 
-bool IsModuleKind(const std::string& kind) { return kind == "firm" || kind == "driver" || kind == "util"; }
-
 Catalogue ParseCatalogue(const std::string& jsonText, bool trustFieldsRequired) {
     nlohmann::json document = nlohmann::json::parse(jsonText, nullptr, false);
     if (document.is_discarded()) BadCatalogue("not valid JSON");
@@ -129,48 +129,6 @@ Catalogue ParseCatalogue(const std::string& jsonText, bool trustFieldsRequired) 
         catalogue.packages.push_back(std::move(parsed));
     }
     return catalogue;
-}
-
-std::optional<std::time_t> ParseUtcTime(const std::string& text) {
-    // Digits where "0000-00-00T00:00:00Z" has them, the rest literally.
-    const std::string form = "0000-00-00T00:00:00Z";
-    if (text.size() != form.size()) return std::nullopt;
-    for (std::size_t i = 0; i < form.size(); ++i)
-        if (form[i] == '0' ? !std::isdigit(static_cast<unsigned char>(text[i])) : text[i] != form[i])
-            return std::nullopt;
-    struct tm fields = {};
-    fields.tm_year = std::stoi(text.substr(0, 4)) - 1900;
-    fields.tm_mon = std::stoi(text.substr(5, 2)) - 1;
-    fields.tm_mday = std::stoi(text.substr(8, 2));
-    fields.tm_hour = std::stoi(text.substr(11, 2));
-    fields.tm_min = std::stoi(text.substr(14, 2));
-    fields.tm_sec = std::stoi(text.substr(17, 2));
-    const struct tm written = fields;
-    std::time_t time = ::timegm(&fields);
-    // timegm turns 31 April into 1 May: a field that changed was out of range.
-    bool same = fields.tm_year == written.tm_year && fields.tm_mon == written.tm_mon &&
-                fields.tm_mday == written.tm_mday && fields.tm_hour == written.tm_hour &&
-                fields.tm_min == written.tm_min && fields.tm_sec == written.tm_sec;
-    return same ? std::optional<std::time_t>(time) : std::nullopt;
-}
-
-const CatalogueEntry* Repository::EntryFor(const std::string& modelKey, const std::string& kind) const {
-    for (const CatalogueEntry& entry : entries_)
-        if (entry.kind == kind &&
-            std::find(entry.uniqueNames.begin(), entry.uniqueNames.end(), modelKey) != entry.uniqueNames.end())
-            return &entry;
-    return nullptr;
-}
-
-bool Repository::Find(const std::string& modelKey, const std::string& kind, CManageRepositoryInfo* info) const {
-    const CatalogueEntry* entry = EntryFor(modelKey, kind);
-    if (!entry) return false;
-    auto staged = staged_.find(entry->archive);
-    info->uniqueName = modelKey;
-    info->moduleKind = kind;
-    info->version = entry->version;
-    info->archivePath = staged != staged_.end() ? staged->second : folder_ + "/" + entry->archive;
-    return true;
 }
 
 }  // namespace qdmcli

@@ -4,13 +4,15 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <functional>
 
-#include "repository/Catalogue.h"
+#include "repository/Repository.h"
 #include "cli/Console.h"
 #include "util/Files.h"
 #include "model/HostError.h"
 #include "repository/Trust.h"
+#include "store/AcceptedSerials.h"
 
 namespace qdmcli {
 
@@ -81,12 +83,38 @@ Repository Repository::Load(const std::string& folder, const TrustPolicy& policy
         checks.Run([&] { CheckNotExpired(path, catalogue.expires, *catalogue.expiresAt, std::time(nullptr)); });
     if (!trust.keyId.empty() && catalogue.serial)
         checks.Run([&] {
-            AcceptedSerials(policy.hostFolder).CheckNotRolledBack(path, trust.keyId, trust.realPath, *catalogue.serial);
+            CheckNotRolledBack(path, trust.keyId, *catalogue.serial,
+                               AcceptedSerials(policy.hostFolder).Highest(trust.keyId, trust.realPath));
         });
     for (const CatalogueEntry& entry : catalogue.packages)
         checks.Run([&] { CheckArchiveIsRegularFile(folder + "/" + entry.archive); });
     trust.verified = trust.problem.empty() && !trust.unsignedAccepted;
     return Repository(folder, std::move(catalogue.packages), std::move(trust));
+}
+
+Repository Repository::LoadOptional(const std::string& folder, bool named, const TrustPolicy& policy) {
+    struct stat info;
+    if (!named && ::stat(folder.c_str(), &info) != 0) return Repository();
+    return Load(folder, policy);
+}
+
+const CatalogueEntry* Repository::EntryFor(const std::string& modelKey, const std::string& kind) const {
+    for (const CatalogueEntry& entry : entries_)
+        if (entry.kind == kind &&
+            std::find(entry.uniqueNames.begin(), entry.uniqueNames.end(), modelKey) != entry.uniqueNames.end())
+            return &entry;
+    return nullptr;
+}
+
+bool Repository::Find(const std::string& modelKey, const std::string& kind, CManageRepositoryInfo* info) const {
+    const CatalogueEntry* entry = EntryFor(modelKey, kind);
+    if (!entry) return false;
+    auto staged = staged_.find(entry->archive);
+    info->uniqueName = modelKey;
+    info->moduleKind = kind;
+    info->version = entry->version;
+    info->archivePath = staged != staged_.end() ? staged->second : folder_ + "/" + entry->archive;
+    return true;
 }
 
 }  // namespace qdmcli

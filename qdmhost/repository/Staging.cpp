@@ -11,6 +11,7 @@
 
 #include "model/HostError.h"
 #include "repository/Trust.h"
+#include "util/Files.h"
 
 namespace qdmcli {
 
@@ -41,16 +42,6 @@ int OpenArchive(const std::string& path) {
     if (fd >= 0 && ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) return fd;
     if (fd >= 0) ::close(fd);
     Untrusted(untrusted::kArchiveNotRegular, path + " is not a regular file");
-}
-
-bool WriteAll(int fd, const unsigned char* data, std::size_t size) {
-    for (std::size_t done = 0; done < size;) {
-        ssize_t wrote = ::write(fd, data + done, size - done);
-        if (wrote < 0 && errno == EINTR) continue;
-        if (wrote <= 0) return false;
-        done += static_cast<std::size_t>(wrote);
-    }
-    return true;
 }
 
 std::string Hex(const unsigned char* bytes, std::size_t size) {

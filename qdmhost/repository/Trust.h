@@ -5,8 +5,6 @@
 // repository.
 #include <sys/stat.h>
 
-#include <nlohmann/json.hpp>
-
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -18,7 +16,6 @@ namespace qdmcli {
 
 const char kSignatureSuffix[] = ".minisig";
 const char kTrustedKeysFolder[] = "trusted-keys";
-const char kAcceptedSerialsFile[] = "accepted-serials.json";
 const std::size_t kMaxCatalogueBytes = 1 << 20;
 const std::size_t kMaxSignatureBytes = 4 << 10;
 const std::size_t kMaxKeyBytes = 4 << 10;
@@ -72,24 +69,9 @@ std::string VerifyCatalogueSignature(const std::string& cataloguePath, const std
 void CheckNotExpired(const std::string& cataloguePath, const std::string& expires, std::time_t expiresAt,
                      std::time_t now);
 
-// The highest catalogue serial accepted per trusted key and repository real
-// path, kept in <host folder>/accepted-serials.json.
-class AcceptedSerials {
-public:
-    // Throws HostError (internal) when the file exists but is broken: a
-    // silently forgotten serial would reopen the door to a rollback.
-    explicit AcceptedSerials(const std::string& hostFolder);
-    std::uint64_t Highest(const std::string& keyId, const std::string& repository) const;  // 0 when none
-    // Refuses (rollback) a lower serial than the highest accepted.
-    void CheckNotRolledBack(const std::string& cataloguePath, const std::string& keyId,
-                            const std::string& repository, std::uint64_t serial) const;
-    // Raises the remembered serial and writes the file atomically. Throws HostError (internal).
-    void Accept(const std::string& keyId, const std::string& repository, std::uint64_t serial);
-
-private:
-    std::string hostFolder_;
-    std::string path_;
-    nlohmann::json accepted_ = nlohmann::json::array();  // [{"keyId", "repository", "serial"}]
-};
+// Refuses (rollback) a serial lower than `highest`, the highest accepted
+// before from this key and repository.
+void CheckNotRolledBack(const std::string& cataloguePath, const std::string& keyId, std::uint64_t serial,
+                        std::uint64_t highest);
 
 }  // namespace qdmcli

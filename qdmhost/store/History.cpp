@@ -3,15 +3,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <ctime>
 #include <fstream>
 #include <sstream>
 
-#include "commands/Commands.h"
-#include "cli/Console.h"
-#include "model/ExitCodes.h"
 #include "FileUtility.h"
-#include "adapters/Session.h"
+#include "adapters/Port.h"
+#include "cli/Console.h"
 
 namespace qdmcli {
 
@@ -57,15 +54,6 @@ std::vector<nlohmann::json> ParseHistory(const std::string& text, int* skipped) 
     return records;
 }
 
-std::string UtcTimestamp() {
-    std::time_t now = std::time(nullptr);
-    struct tm utc;
-    gmtime_r(&now, &utc);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
-    return text;
-}
-
 namespace {
 
 bool RecordMatches(const nlohmann::json& record, const std::vector<std::string>& selectors) {
@@ -78,23 +66,16 @@ bool RecordMatches(const nlohmann::json& record, const std::vector<std::string>&
 
 }  // namespace
 
-std::vector<nlohmann::json> ReadHistory(const Options& options) {
-    std::ifstream in(options.HostFolder() + "/" + kHistoryFile);
+std::vector<nlohmann::json> ReadHistory(const std::string& hostFolder, const std::vector<std::string>& selectors) {
+    std::ifstream in(hostFolder + "/" + kHistoryFile);
     std::ostringstream text;
     if (in) text << in.rdbuf();
     int skipped = 0;
     std::vector<nlohmann::json> entries;
     for (nlohmann::json& record : ParseHistory(text.str(), &skipped))
-        if (RecordMatches(record, options.ports)) entries.push_back(std::move(record));
+        if (RecordMatches(record, selectors)) entries.push_back(std::move(record));
     if (skipped > 0) Warn(std::to_string(skipped) + " unreadable line(s) of the history skipped");
     return entries;
-}
-
-CommandResult RunHistory(const Options& options) {
-    UseInstallRoot(options);
-    CommandResult result;
-    result.document = {{"entries", ReadHistory(options)}};
-    return result;
 }
 
 }  // namespace qdmcli

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "cli/Options.h"
 
 namespace qdmcli {
 
@@ -18,9 +17,10 @@ bool AppendHistory(const std::string& hostFolder, const nlohmann::json& record);
 // The records of a history text in order; lines that are not JSON objects
 // are counted in *skipped and left out.
 std::vector<nlohmann::json> ParseHistory(const std::string& text, int* skipped);
-// The records of <root>/qdmhost/history.jsonl for the ports of --port, in order.
-std::vector<nlohmann::json> ReadHistory(const Options& options);
-// The current time as 2024-05-01T12:00:00Z.
-std::string UtcTimestamp();
+// The records of <host folder>/history.jsonl of the ports the selectors
+// (--port) name, all when there are none, in order; an unreadable line is
+// skipped with a warning. Records are stored data, read as such: every
+// field is checked where it is used.
+std::vector<nlohmann::json> ReadHistory(const std::string& hostFolder, const std::vector<std::string>& selectors);
 
 }  // namespace qdmcli

@@ -16,16 +16,6 @@ ReadResult OpenFailure(int error) {
     return error == ELOOP || error == ENXIO ? ReadResult::kNotRegular : ReadResult::kUnreadable;
 }
 
-bool WriteAll(int fd, const std::string& text) {
-    for (std::size_t done = 0; done < text.size();) {
-        ssize_t wrote = ::write(fd, text.data() + done, text.size() - done);
-        if (wrote < 0 && errno == EINTR) continue;
-        if (wrote <= 0) return false;
-        done += static_cast<std::size_t>(wrote);
-    }
-    return true;
-}
-
 void SyncFolderOf(const std::string& path) {
     std::string folder = path.substr(0, path.rfind('/'));
     int fd = ::open(folder.empty() ? "/" : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -35,6 +25,17 @@ void SyncFolderOf(const std::string& path) {
 }
 
 }  // namespace
+
+bool WriteAll(int fd, const void* data, std::size_t size) {
+    const char* bytes = static_cast<const char*>(data);
+    for (std::size_t done = 0; done < size;) {
+        ssize_t wrote = ::write(fd, bytes + done, size - done);
+        if (wrote < 0 && errno == EINTR) continue;
+        if (wrote <= 0) return false;
+        done += static_cast<std::size_t>(wrote);
+    }
+    return true;
+}
 
 LimitedRead ReadRegularFile(const std::string& path, std::size_t limit) {
     LimitedRead read;
@@ -75,7 +76,7 @@ bool WriteFileAtomically(const std::string& path, const std::string& text, mode_
     int fd = ::mkostemp(&temporary[0], O_CLOEXEC);
     if (fd < 0) return false;
     // fchmod: the mode must not depend on the caller's umask.
-    bool written = ::fchmod(fd, mode) == 0 && WriteAll(fd, text) && ::fsync(fd) == 0;
+    bool written = ::fchmod(fd, mode) == 0 && WriteAll(fd, text.data(), text.size()) && ::fsync(fd) == 0;
     written = ::close(fd) == 0 && written && ::rename(temporary.c_str(), path.c_str()) == 0;
     if (!written) ::unlink(temporary.c_str());
     if (written) SyncFolderOf(path);

@@ -19,6 +19,8 @@ struct LimitedRead {
 };
 
 LimitedRead ReadRegularFile(const std::string& path, std::size_t limit);
+// All of it, retrying short and interrupted writes; false on an error.
+bool WriteAll(int fd, const void* data, std::size_t size);
 // A temporary file beside the path (".<name>.XXXXXX"), synced, then renamed
 // over it, so a reader sees the old or the new content; false when that fails
 // (the temporary removed).

@@ -5,12 +5,13 @@
 
 #include <set>
 
-#include "repository/Catalogue.h"
+#include "repository/Repository.h"
+#include "adapters/DeviceTable.h"
 #include "adapters/Discovery.h"
 #include "model/ExitCodes.h"
 #include "model/HostError.h"
 #include "render/Exposition.h"
-#include "model/Modules.h"
+#include "model/Vocabulary.h"
 
 namespace {
 
