@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Measures the fleet inventory (the collection's fleet_inventory playbook over
-# real SSH) of simulated fleets of 4, 8 and 16 good servers with Ansible forks
-# 1 and forks equal to the fleet size, and writes bench/FLEET.md.
+# Measures the fleet inventory of simulated fleets of 4, 8 and 16 good servers
+# over real SSH five ways, from a plain ssh fan-out to the collection's
+# fleet_inventory playbook, and writes bench/FLEET.md.
 #
 #   bench/fleet.sh [--runs N] [--sizes "4 8 16"] [--build DIR]
 #
@@ -23,41 +23,67 @@ done
 
 work=$(mktemp -d /tmp/fleet-bench.XXXXXX)
 trap 'for fleet in "$work"/fleet-*; do scripts/fleet-sim.sh stop "$fleet"; done; rm -rf "$work"' EXIT
-export FLEET_SIM_BUILD=$build FLEET_SIM_ROLES=good ANSIBLE_COLLECTIONS_PATH=$PWD/ansible \
-    ANSIBLE_HOME=$work/ansible ANSIBLE_LOCAL_TEMP=$work/ansible/tmp ANSIBLE_NOCOLOR=1 ANSIBLE_RETRY_FILES_ENABLED=0
+source scripts/ansible-env.sh
+ansible_env "$work/ansible"
+export FLEET_SIM_BUILD=$build FLEET_SIM_ROLES=good ANSIBLE_NOCOLOR=1
 load=$(cut -d' ' -f1-3 /proc/loadavg)
 
-# Median wall seconds of the fleet inventory of FLEET with FORKS forks.
-#   measure FLEET FORKS
-measure() {
-    local fleet=$1 forks=$2 run start
+# Median wall seconds of COMMAND... over the runs; any failure ends the bench.
+#   median COMMAND...
+median() {
+    local run start
     for ((run = 0; run < runs; run++)); do
         start=$(date +%s.%N)
-        ansible-playbook -i "$fleet/inventory.ini" -f "$forks" velmora.fc.fleet_inventory \
-            -e "fleet_out_dir=$work/out" >"$work/last.log" 2>&1 || { cat "$work/last.log" >&2; exit 1; }
+        "$@" >"$work/last.log" 2>&1 || { cat "$work/last.log" >&2; exit 1; }
         awk -v start="$start" -v end="$(date +%s.%N)" 'BEGIN { print end - start }'
     done | sort -n | sed -n "$(((runs + 1) / 2))p"
 }
 
+# The plainest fan-out a user could write: ssh to every server at once, each
+# printing its inventory document into a file of its own.
+#   plain_fan_out FLEET
+plain_fan_out() {
+    local fleet=$1 server job failed=0
+    local -a started=()
+    for server in $(sed -n 's/^\(fcsim-[0-9]*\) .*/\1/p' "$fleet/inventory.ini"); do
+        ssh -F "$fleet/ssh_config" "$server" qdmhost --json inventory >"$work/plain-$server.json" &
+        started+=($!)
+    done
+    for job in "${started[@]}"; do wait "$job" || failed=1; done
+    return $failed
+}
+
+# The five ways of reading a fleet of SIZE servers, one table row.
+#   measure_fleet SIZE
+measure_fleet() {
+    local size=$1 fleet=$work/fleet-$1 plain raw command info playbook
+    local -a adhoc=(ansible all -i "$fleet/inventory.ini" -f "$size")
+    scripts/fleet-sim.sh start "$size" "$fleet" >/dev/null
+    plain=$(median plain_fan_out "$fleet")
+    raw=$(median "${adhoc[@]}" -m raw -a true)
+    command=$(median "${adhoc[@]}" -m command -a 'qdmhost --json inventory')
+    info=$(median "${adhoc[@]}" -m velmora.fc.fc_info)
+    playbook=$(median ansible-playbook -i "$fleet/inventory.ini" -f "$size" velmora.fc.fleet_inventory \
+        -e "fleet_out_dir=$work/out")
+    scripts/fleet-sim.sh stop "$fleet"
+    echo "fleet of $size: plain $plain, raw $raw, command $command, fc_info $info, playbook ${playbook}s" >&2
+    awk -v n="$size" -v plain="$plain" -v raw="$raw" -v command="$command" -v info="$info" -v playbook="$playbook" \
+        'BEGIN { printf "| %d | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f | %.2f |", n, plain, raw, command, info,
+                 playbook, playbook / plain, playbook / command }'
+}
+
 rows=()
 for size in $sizes; do
-    scripts/fleet-sim.sh start "$size" "$work/fleet-$size" >/dev/null
-    serial=$(measure "$work/fleet-$size" 1)
-    parallel=$(measure "$work/fleet-$size" "$size")
-    scripts/fleet-sim.sh stop "$work/fleet-$size"
-    rows+=("$(awk -v n="$size" -v one="$serial" -v all="$parallel" \
-        'BEGIN { printf "| %d | %.1f | %.1f | %.2f | %.2f |", n, one, all, one / all, all / n }')")
-    echo "fleet of $size: forks 1 ${serial}s, forks $size ${parallel}s" >&2
+    rows+=("$(measure_fleet "$size")")
 done
 
 cat >bench/FLEET.md <<EOF
 # Fleet inventory benchmark
 
-Written by \`bench/fleet.sh\`; rerun it to refresh. The \`fleet_inventory\`
-playbook over real SSH against \`scripts/fleet-sim.sh\` fleets of good servers
-(each a sandbox with sshd on 127.0.0.1 and the adapter simulator, 1 to 5
-ports). Median wall time of $runs runs, in seconds, playbook start to end,
-including the fleet document and the report.
+Written by \`bench/fleet.sh\`; rerun it to refresh. Fleets of good servers
+from \`scripts/fleet-sim.sh\` (each a sandbox with sshd on 127.0.0.1 and the
+adapter simulator, 1 to 5 ports), read five ways, all servers at once
+(forks = servers). Median wall time of $runs runs, in seconds.
 
 ## Machine
 
@@ -67,20 +93,31 @@ including the fleet document and the report.
 | cpu | $(lscpu | sed -n 's/^Model name: *//p' | head -1) |
 | memory | $(free -h | awk '/^Mem:/ {print $2}') |
 | kernel | $(uname -srm) |
-| ansible | $(ansible-playbook --version | head -1) |
+| ansible | $(ansible-playbook --version | sed -n 1p) |
 | openssh | $(ssh -V 2>&1) |
 | date | $(date -u '+%Y-%m-%d %H:%M UTC') |
 | load | $load |
 
 The load average is the machine's at the start; client, servers and tools all
-share its cores. Every run has a fixed part (Ansible's start, the fleet
-document and the report written once on the controller), so the ratio grows
-with the fleet; the last column is what parallel runs leave per server.
+share its cores.
 
 ## Wall time (s)
 
-| servers | forks 1 | forks = servers | forks 1 / forks = servers | per server, forks = servers |
-|---|---|---|---|---|
+- plain: \`ssh\` to every server in parallel running \`qdmhost --json inventory\`,
+  each document into a file of its own: the floor for any tool.
+- raw: \`ansible all -m raw -a true\`, Ansible's engine alone (its start,
+  the inventory, one ssh connection per server).
+- command: \`ansible all -m command -a 'qdmhost --json inventory'\`: the
+  engine plus one Python module sent to and run on each server.
+- fc_info: \`ansible all -m velmora.fc.fc_info\`: the collection's module.
+- playbook: \`ansible-playbook velmora.fc.fleet_inventory\`: \`fc_info\` on
+  every server, then the fleet document and the report page on the controller.
+
+Beyond the plain fan-out the playbook pays for Ansible's start and engine
+(raw), a Python module per server (command), what \`fc_info\` runs beyond one
+qdmhost inventory, and the controller's steps after the servers answered.
+
+| servers | plain | raw | command | fc_info | playbook | playbook / plain | playbook / command |
+|---|---|---|---|---|---|---|---|
 $(printf '%s\n' "${rows[@]}")
 EOF
-cat bench/FLEET.md

@@ -217,4 +217,4 @@ if [[ $micro -eq 1 ]]; then
 fi
 "$source_dir/sandbox/run" "${BASH_SOURCE[0]}" --inner "$scratch" --runs "$runs" --ports "$port_counts" \
     --build "$build_dir"
-python3 "$bench_dir/summarize.py" --scratch "$scratch" --runs "$runs" --out "$bench_dir/RESULTS.md"
+/usr/bin/python3 "$bench_dir/summarize.py" --scratch "$scratch" --runs "$runs" --out "$bench_dir/RESULTS.md"

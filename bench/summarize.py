@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Turns the raw figures of bench/run.sh into a table and bench/RESULTS.md.
 
 Inputs in the scratch folder: machine.tsv (name, value), inventory.tsv (one

@@ -18,8 +18,9 @@ export FLEET_SIM_DEB=$deb FLEET_SIM_BUILD=$PWD/build-package
 out=$PWD/build/fleet-demo
 fleet=$(mktemp -d /tmp/fleet-demo.XXXXXX)
 trap 'scripts/fleet-sim.sh stop "$fleet"; rm -rf "$fleet"' EXIT
-export ANSIBLE_COLLECTIONS_PATH=$PWD/ansible ANSIBLE_HOME=$fleet/ansible ANSIBLE_LOCAL_TEMP=$fleet/ansible/tmp \
-    ANSIBLE_RETRY_FILES_ENABLED=0 ANSIBLE_FORKS=8
+source scripts/ansible-env.sh
+ansible_env "$fleet/ansible"
+export ANSIBLE_FORKS=8
 heading() { printf '\n\033[1m==== %s ====\033[0m\n\n' "$*"; }
 # Playbooks report failed servers with a non-zero status: the demo goes on.
 play() { demo_run ansible-playbook -i "$fleet/inventory.ini" "$@" || echo "ansible-playbook exit code: $?"; }

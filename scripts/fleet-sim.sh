@@ -100,7 +100,7 @@ server_state() {
 
 # N free TCP ports of 127.0.0.1, one a line (held together while chosen, so they differ).
 free_ports() {
-    python3 -c '
+    /usr/bin/python3 -c '
 import socket, sys
 held = [socket.socket() for _ in range(int(sys.argv[1]))]
 for s in held:

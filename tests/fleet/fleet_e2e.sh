@@ -9,18 +9,22 @@ set -euo pipefail
 build=$(cd "${1:?usage: fleet_e2e.sh BUILD_DIR}" && pwd)
 cd "$(dirname "$0")/../.."
 here=$PWD/tests/fleet
+source tests/tools.sh
+need ansible-playbook /usr/sbin/sshd ssh ssh-keygen chromium dpkg-deb /usr/bin/python3
 out=$build/test-artifacts/fleet
 rm -rf "$out"
 mkdir -p "$out"
 work=$(mktemp -d /tmp/fleet-e2e.XXXXXX)
 trap 'scripts/fleet-sim.sh stop "$work/big"; scripts/fleet-sim.sh stop "$work/small"; rm -rf "$work"' EXIT
 
-export FLEET_SIM_BUILD=$build ANSIBLE_COLLECTIONS_PATH=$PWD/ansible ANSIBLE_HOME=$work/ansible \
-    ANSIBLE_LOCAL_TEMP=$work/ansible/tmp ANSIBLE_STDOUT_CALLBACK=json ANSIBLE_NOCOLOR=1 \
-    ANSIBLE_RETRY_FILES_ENABLED=0 ANSIBLE_FORKS=8
+source scripts/ansible-env.sh
+ansible_env "$work/ansible"
+# Play results come from the test's own callback: ansible-core has no JSON one.
+export FLEET_SIM_BUILD=$build ANSIBLE_CALLBACK_PLUGINS=$here/callback_plugins ANSIBLE_STDOUT_CALLBACK=fleet_recap \
+    ANSIBLE_NOCOLOR=1 ANSIBLE_FORKS=8
 failures=0
 
-# Runs a playbook of the collection on FLEET; its json result goes to out/RESULT.json.
+# Runs a playbook of the collection on FLEET; its recap goes to out/RESULT.json.
 #   play FLEET RESULT PLAYBOOK [ansible-playbook options...]
 play() {
     local fleet=$1 result=$2 playbook=$3

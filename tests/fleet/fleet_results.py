@@ -2,8 +2,8 @@
 """usage: fleet_results.py servers FLEET_JSON FLEET_DIR | recap ANSIBLE_JSON
 servers: one line per server of the fleet document: its state, then per module kind the statuses of its ports;
 "MISMATCH" and the difference when a reported operating version is not the simulator's.
-recap: one line per host of an ansible-playbook run (json callback): changed, failed and unreachable counts and the
-exit name of each failed task."""
+recap: one line per host of an ansible-playbook run (the fleet_recap callback): changed, failed and unreachable counts
+and the exit name of each failed task."""
 import json, sys
 from pathlib import Path
 
@@ -35,15 +35,9 @@ def server_line(server, fleet_dir):
 
 
 def recap_lines(run):
-    failures = {}
-    for play in run['plays']:
-        for task in play['tasks']:
-            for host, result in task['hosts'].items():
-                if result.get('failed'):
-                    failures.setdefault(host, []).append(result.get('exit_name') or 'failed')
-    for host, stats in sorted(run['stats'].items()):
-        yield (f"{host} changed={stats['changed']} failed={stats['failures']} unreachable={stats['unreachable']}"
-               + ''.join(' ' + name for name in failures.get(host, [])))
+    for host, counts in run['hosts'].items():
+        yield (f"{host} changed={counts['changed']} failed={counts['failures']} unreachable={counts['unreachable']}"
+               + ''.join(' ' + name for name in counts['failed']))
 
 
 def main(command, *paths):

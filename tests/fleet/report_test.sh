@@ -5,6 +5,8 @@
 #   report_test.sh OUTPUT_DIR
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
+source "$here/../tools.sh"
+need chromium /usr/bin/python3
 templates=$here/../../ansible/ansible_collections/velmora/fc/playbooks/templates
 out=${1:?usage: report_test.sh OUTPUT_DIR}
 mkdir -p "$out"

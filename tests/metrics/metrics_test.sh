@@ -8,6 +8,8 @@
 set -euo pipefail
 qdmhost=$1 qdmsim=$2 documents=$3
 cd "$(dirname "$0")/../.."
+source tests/tools.sh
+need promtool prometheus-node-exporter curl minisign /usr/bin/python3
 source scripts/demo-server.sh
 work=$(mktemp -d "${TMPDIR:-/tmp}/qdmmetrics.XXXXXX")
 exporter=""
@@ -56,7 +58,7 @@ rm -rf "$demo_root/tmp/EMULEX/cache"
 metrics 0
 expect '' 'port="10000090FAC3\"Q\\B"' 'boot_bios_version="5.12\"a\\3"'
 
-exporter_port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+exporter_port=$(/usr/bin/python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 prometheus-node-exporter --web.listen-address="127.0.0.1:$exporter_port" --collector.disable-defaults \
     --collector.textfile --collector.textfile.directory="$work/textfile" 2>"$work/exporter.log" &
 exporter=$!

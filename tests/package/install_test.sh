@@ -7,6 +7,8 @@
 # The package is made from the build tree under test.
 #   install_test.sh SOURCE_DIR BINARY_DIR QDMSIM VERSION
 set -euo pipefail
+source "$(dirname "$0")/../tools.sh"
+need dpkg-deb lintian cpack systemd-analyze
 
 fail() { echo "install test: $*" >&2; exit 1; }
 readonly root=/opt/velmora/qdm/provider textfile=/var/lib/prometheus/node-exporter/qdmhost.prom

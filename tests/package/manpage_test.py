@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Every command, option and exit code that qdmhost's help shows, its own
 and each command's, appears in the man page.
     manpage_test.py QDMHOST MANPAGE"""

@@ -1,0 +1,38 @@
+"""A stdout callback that prints one JSON document per playbook run: per host
+its recap counts and the exit names of its failed tasks. ansible-core carries
+no JSON stdout callback, and the tests must need nothing beyond it and the
+project's own collection."""
+import json
+
+from ansible.plugins.callback import CallbackBase
+
+DOCUMENTATION = """
+name: fleet_recap
+type: stdout
+short_description: the play recap and each failed task's exit name as one JSON document
+description: Per host the recap counts and, in task order, the exit name of every failed task.
+"""
+
+
+class CallbackModule(CallbackBase):
+    CALLBACK_VERSION = 2.0
+    CALLBACK_TYPE = "stdout"
+    CALLBACK_NAME = "fleet_recap"
+
+    def __init__(self):
+        super().__init__()
+        self._failures = {}
+
+    # Ignored failures count too: the fleet inventory ignores a failed server
+    # so that it becomes a row of the report, and the tests still see it.
+    def v2_runner_on_failed(self, result, ignore_errors=False):
+        self._failures.setdefault(result._host.get_name(), []).append(
+            result._result.get("exit_name") or "failed")
+
+    def v2_playbook_on_stats(self, stats):
+        hosts = {}
+        for host in sorted(stats.processed):
+            counts = stats.summarize(host)
+            hosts[host] = {"changed": counts["changed"], "failures": counts["failures"],
+                           "unreachable": counts["unreachable"], "failed": self._failures.get(host, [])}
+        self._display.display(json.dumps({"hosts": hosts}, indent=1, sort_keys=True))
