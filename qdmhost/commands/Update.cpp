@@ -232,8 +232,8 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command UpdateCommand() {
-    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions,
-                                  RunUpdate, UpdateJson, UpdateText);
+    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions, RunUpdate,
+                                  UpdateJson, UpdateText);
 }
 
 }  // namespace qdmcli
