@@ -10,11 +10,12 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup-deps.sh >&2
 source scripts/build-flags.sh
-build=build-package
+build="build-package"
 
 # The only file matching PATTERN, else fails.
 only_package() {
-    local found=($1)
+    local found
+    mapfile -t found < <(compgen -G "$1")
     [[ ${#found[@]} -eq 1 && -f ${found[0]} ]] || { echo "package: no single $1" >&2; exit 1; }
     echo "${found[0]}"
 }

@@ -137,7 +137,8 @@ pack_rpm() {
     rpmlint -c "$source_dir/packaging/rpm/rpmlint.toml" "$source_dir/packaging/rpm/qdmhost.spec" "$package" ||
         fail "rpmlint reports errors"
     rpm2cpio "$package" | (cd "$packages" && cpio -idm --quiet)
-    local needed=$(find "$packages" -type f -exec sh -c 'objdump -p "$1" 2>/dev/null' _ {} \; |
+    local needed
+    needed=$(find "$packages" -type f -exec sh -c 'objdump -p "$1" 2>/dev/null' _ {} \; |
         awk '$1 == "NEEDED" && $2 !~ /^libqdm_/ { print $2 "()(64bit)" }' | sort -u)
     [[ -n $needed ]] && comm -23 <(echo "$needed") <(rpm -qpR "$package" | sort) | (! grep .) ||
         fail "rpm -qpR misses libraries that the binaries need"
