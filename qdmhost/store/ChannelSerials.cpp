@@ -13,6 +13,17 @@ namespace {
 
 const std::size_t kMaxStateBytes = 1 << 20;
 
+bool IsLegacyRecord(const nlohmann::json& record) {
+    return record.is_object() && record.contains("serial") && record["serial"].is_number_unsigned();
+}
+
+// Before channels the file kept a serial per key and repository path:
+// {"accepted": [{"keyId": ..., "repository": ..., "serial": N}, ...]}.
+bool IsLegacyTable(const nlohmann::json& document) {
+    return document.is_object() && document.contains("accepted") && document["accepted"].is_array() &&
+           std::all_of(document["accepted"].begin(), document["accepted"].end(), IsLegacyRecord);
+}
+
 bool IsSerialTable(const nlohmann::json& channels) {
     return channels.is_object() && std::all_of(channels.begin(), channels.end(), [](const nlohmann::json& serial) {
                return serial.is_number_unsigned();
@@ -27,12 +38,17 @@ ChannelSerials::ChannelSerials(const std::string& hostFolder)
     if (read.result == ReadResult::kMissing) return;
     nlohmann::json document =
         read.result == ReadResult::kOk ? nlohmann::json::parse(read.text, nullptr, false) : nlohmann::json();
+    if (IsLegacyTable(document)) {
+        for (const nlohmann::json& record : document["accepted"])
+            legacyFloor_ = std::max(legacyFloor_, record["serial"].get<std::uint64_t>());
+        return;
+    }
     damaged_ = !document.is_object() || !document.contains("channels") || !IsSerialTable(document["channels"]);
     if (!damaged_) channels_ = document["channels"];
 }
 
 std::uint64_t ChannelSerials::Highest(const std::string& channel) const {
-    return channels_.contains(channel) ? channels_[channel].get<std::uint64_t>() : 0;
+    return std::max(legacyFloor_, channels_.contains(channel) ? channels_[channel].get<std::uint64_t>() : 0);
 }
 
 void ChannelSerials::CheckNotRolledBack(const std::string& cataloguePath, const std::string& channel,

@@ -28,6 +28,10 @@ private:
     std::string hostFolder_;
     std::string path_;
     bool damaged_ = false;
+    // The highest serial of a file written before channels: it holds for the
+    // channel the server follows until the first catalogue is accepted, so
+    // that the upgrade opens no door to an older catalogue.
+    std::uint64_t legacyFloor_ = 0;
     nlohmann::json channels_ = nlohmann::json::object();  // {"<channel>": serial}
 };
 

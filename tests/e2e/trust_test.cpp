@@ -121,6 +121,11 @@ const Attack kAttacks[] = {
     {"OtherChannel", "wrong-channel", [](TrustTest& t) { t.PublishCatalogue({"--channel", "lab", "--serial", "9"}); }},
     // The accepted serials damaged: not read as "none yet".
     {"StateDamaged", "state", [](TrustTest&) { WriteFile(e2e::kRoot + "/qdmhost/accepted-serials.json", "{\"channels\": ["); }},
+    // Serials kept before channels (per key and path): their highest still holds after the upgrade.
+    {"OlderThanBeforeChannels", "rollback", [](TrustTest& t) {
+         WriteFile(e2e::kRoot + "/qdmhost/accepted-serials.json",
+                   R"({"accepted": [{"keyId": "A", "repository": "/r", "serial": 9}, {"serial": 3}]})");
+         t.PublishCatalogue({"--serial", "5"}); }},
     // A catalogue past its expiry (a frozen repository).
     {"Expired", "expired", [](TrustTest& t) { t.PublishCatalogue({"--expires", "2000-01-01T00:00:00Z"}); }},
     // An archive replaced by a link, even to an identical copy.
