@@ -1,4 +1,5 @@
-// qdmhost check: missing components and the utility configuration check of every port.
+// qdmhost check: missing components and the utility configuration check of
+// every port, with each port's inventory.
 #include "cli/Command.h"
 #include "commands/Survey.h"
 #include "model/Vocabulary.h"
@@ -13,6 +14,7 @@ Outcome<ServerSurvey> RunCheck(const Options& options) {
     SurveyScope scope;
     scope.modules = SurveyScope::Modules::kUpdateOrder;  // what an update would do, per module
     scope.allowDowngrade = options.allowDowngrade;
+    scope.bootBios = true;
     scope.utilityCheck = true;
     scope.missingComponents = true;
     Outcome<ServerSurvey> outcome{SurveyFromOptions(options, scope)};

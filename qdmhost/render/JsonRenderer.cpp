@@ -36,21 +36,20 @@ Json MessagesJson(const std::vector<OperatorMessage>& messages) {
     return list;
 }
 
+// A port as the inventory lists it: its identity, modules and boot BIOS.
+Json InventoryPortJson(const PortSurvey& port) {
+    Json modules = Json::array();
+    for (const ModuleReading& reading : port.modules) modules.push_back(ModuleJson(reading));
+    return {{"deviceId", port.port.deviceId}, {"vendorClass", port.port.vendorClass}, {"modelKey", port.modelKey},
+            {"wwpn", port.port.wwpn},         {"busDevFunc", port.port.busDevFunc},   {"modules", modules},
+            {"bootBios", port.bootBios}};
+}
+
 }  // namespace
 
 Json InventoryJson(const ServerSurvey& survey) {
     Json ports = Json::array();
-    for (const PortSurvey& port : survey.ports) {
-        Json modules = Json::array();
-        for (const ModuleReading& reading : port.modules) modules.push_back(ModuleJson(reading));
-        ports.push_back({{"deviceId", port.port.deviceId},
-                         {"vendorClass", port.port.vendorClass},
-                         {"modelKey", port.modelKey},
-                         {"wwpn", port.port.wwpn},
-                         {"busDevFunc", port.port.busDevFunc},
-                         {"modules", modules},
-                         {"bootBios", port.bootBios}});
-    }
+    for (const PortSurvey& port : survey.ports) ports.push_back(InventoryPortJson(port));
     return {{"repository", OrNull(survey.repository.folder, survey.repository.present)},
             {"repositoryVerified", VerifiedJson(survey.repository)},
             {"repositoryProblem", ProblemJson(survey.repository)},
@@ -60,12 +59,12 @@ Json InventoryJson(const ServerSurvey& survey) {
 Json CheckJson(const ServerSurvey& survey) {
     Json ports = Json::array();
     for (const PortSurvey& port : survey.ports) {
-        Json plans = Json::object();
-        for (const ModuleReading& reading : port.modules) plans[reading.kind] = reading.plan;
-        ports.push_back({{"deviceId", port.port.deviceId},
-                         {"wwpn", port.port.wwpn},
-                         {"utilityCheck", port.utilityCheck},
-                         {"plans", plans}});
+        // The inventory's fields too, so that one run answers both questions.
+        Json json = InventoryPortJson(port);
+        json["plans"] = Json::object();
+        for (const ModuleReading& reading : port.modules) json["plans"][reading.kind] = reading.plan;
+        json["utilityCheck"] = port.utilityCheck;
+        ports.push_back(json);
     }
     return {{"missingComponents", survey.missingComponents},
             {"repositoryVerified", VerifiedJson(survey.repository)},

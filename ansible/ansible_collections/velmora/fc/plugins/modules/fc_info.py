@@ -13,8 +13,8 @@ module: fc_info
 short_description: Inventory and pre-flight check of a server's Fibre Channel adapters
 version_added: "1.0.0"
 description:
-  - Runs C(qdmhost --json inventory) and C(qdmhost --json check) on the managed server and returns
-    both documents.
+  - Runs C(qdmhost --json check) once on the managed server: its document carries every port's
+    inventory too, returned as O(ports) and the check's findings as O(check).
   - Every port with its device identifier, WWPN, model and, per module (firmware, driver, utility),
     the operating version, the repository version and a status.
   - The check result lists missing components (the adapter management utility) and, per port,
@@ -122,7 +122,7 @@ qdmhost_version:
   type: str
   sample: 1.0.0
 exit_code:
-  description: The inventory's exit code (0 on success), or null when qdmhost gave none (time-out).
+  description: 0 when the adapters were read (the check's findings are in O(check_exit_code)), or null when qdmhost gave none (time-out).
   returned: always
   type: int
   sample: 0
@@ -152,23 +152,32 @@ def pending(ports):
             for port in ports for module in port.get("modules") or [] if module.get("status") in PENDING_STATUSES]
 
 
+# A port of the check document as the inventory lists it, and as the check does.
+INVENTORY_FIELDS = ("deviceId", "vendorClass", "modelKey", "wwpn", "busDevFunc", "bootBios", "modules")
+CHECK_FIELDS = ("deviceId", "wwpn", "utilityCheck", "plans")
+
+
+def only(fields, port):
+    return {name: port[name] for name in fields if name in port}
+
+
 def main():
     module = AnsibleModule(argument_spec=common_argument_spec(default_timeout=600), supports_check_mode=True)
-    inventory = run_for_module(module, ["inventory"])
     check = run_for_module(module, ["check"], accepted=CHECK_FINDINGS)
-    ports = inventory.document.get("ports", [])
+    checked_ports = check.document.get("ports", [])
+    ports = [only(INVENTORY_FIELDS, port) for port in checked_ports]
     module.exit_json(
         changed=False,
         ports=ports,
         pending=pending(ports),
-        check=check.document,
+        check=dict(check.document, ports=[only(CHECK_FIELDS, port) for port in checked_ports]),
         check_exit_code=check.exit_code,
         check_exit_name=check.exit_name,
-        repository_verified=inventory.document.get("repositoryVerified"),
-        host=inventory.envelope.get("host"),
-        qdmhost_version=inventory.envelope.get("qdmhost"),
-        exit_code=inventory.exit_code,
-        exit_name=inventory.exit_name,
+        repository_verified=check.document.get("repositoryVerified"),
+        host=check.envelope.get("host"),
+        qdmhost_version=check.envelope.get("qdmhost"),
+        exit_code=0,
+        exit_name="ok",
     )
 
 
