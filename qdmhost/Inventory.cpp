@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "Console.h"
 #include "HostError.h"
+#include "HostSys.h"
 #include "Modules.h"
 
 namespace qdmcli {
@@ -20,6 +21,7 @@ std::vector<std::string> BootBiosByPort(std::vector<Port>& ports, const std::str
     std::vector<std::string> byPort(ports.size());
     std::string scratch = root + "/tmp/qdmhost-inventory.XXXXXX";
     if (!::mkdtemp(&scratch[0])) return byPort;
+    qdmhost::SetDurableWrites(false);  // read back and removed below
     try {
         std::vector<const Port*> reported = WriteConfigReport(ports, scratch);
         std::vector<std::string> versions = ReportBootBiosVersions(scratch + "/" + kReportFile);
@@ -28,6 +30,7 @@ std::vector<std::string> BootBiosByPort(std::vector<Port>& ports, const std::str
     } catch (const HostError& error) {
         Warn(std::string("boot BIOS versions not available: ") + error.what());
     }
+    qdmhost::SetDurableWrites(true);
     std::error_code ignored;
     std::filesystem::remove_all(scratch, ignored);
     return byPort;

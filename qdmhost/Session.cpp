@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
 #include <fstream>
 #include <list>
 #include <sstream>
@@ -16,6 +15,7 @@
 #include "Discovery.h"
 #include "FileUtility.h"
 #include "HostError.h"
+#include "PciSysfs.h"
 #include "TraceUtility.h"
 
 namespace qdmcli {
@@ -24,8 +24,6 @@ namespace {
 
 const char kProviderFile[] = "libqdmp_EMULEX_FC.so";
 const char kDeviceTableFile[] = "devices.json";
-// A listing larger than this is not a real server's.
-const std::size_t kMaxListing = 4 << 20;
 
 bool IsRegularFile(const std::string& path) {
     struct stat info;
@@ -46,19 +44,6 @@ std::string ReadWholeFile(const std::string& path, ExitCode code, const std::str
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
-}
-
-// "lspci -Dnm" is a fixed command line; nothing of ours reaches the shell.
-std::string RunLspci() {
-    FILE* pipe = ::popen("lspci -Dnm 2>/dev/null", "r");
-    if (!pipe) throw HostError(kExitNoDevice, "lspci could not be started");
-    std::string listing;
-    char buffer[4096];
-    for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        if (listing.size() < kMaxListing) listing.append(buffer, got);
-    int status = ::pclose(pipe);
-    if (status != 0) throw HostError(kExitNoDevice, "lspci -Dnm failed (is pciutils installed?)");
-    return listing;
 }
 
 std::pair<std::string, std::string> ExtendedInfo(CVendor* vendor) {
@@ -165,7 +150,7 @@ void Session::ReleaseVendors() {
 void Session::BuildPorts(const Options& options) {
     std::string tablePath = options.HostFolder() + "/" + kDeviceTableFile;
     DeviceTable table = ParseDeviceTable(ReadWholeFile(tablePath, kExitNoDevice, "supported-device table"));
-    for (const PciFunction& function : FibreChannelFunctions(RunLspci())) {
+    for (const PciFunction& function : ReadFibreChannelFunctions(kPciDevicesFolder)) {
         std::string deviceId = DeviceIdentifier(function);
         std::string vendorClass = LookupVendorClass(table, HardwareId(function));
         if (vendorClass.empty()) {
