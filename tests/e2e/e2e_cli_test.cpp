@@ -8,13 +8,14 @@
 #include <filesystem>
 #include <set>
 
-#include "Catalogue.h"
-#include "Discovery.h"
-#include "ExitCodes.h"
-#include "HostError.h"
-#include "Metrics.h"
-#include "Modules.h"
-#include "PciSysfs.h"
+#include "repository/Repository.h"
+#include "adapters/DeviceTable.h"
+#include "adapters/Discovery.h"
+#include "adapters/PciSysfs.h"
+#include "model/ExitCodes.h"
+#include "model/HostError.h"
+#include "render/Exposition.h"
+#include "model/Vocabulary.h"
 #include "TestEnv.h"
 
 namespace {
