@@ -19,6 +19,8 @@ struct Options {
     std::string trustAction;             // trust: add, list or remove
     std::string trustArgument;           // trust add: key file; trust remove: key id
     int waitSeconds = 0;
+    bool allowPathLoss = false;          // flash an adapter that carries a map's last healthy path, loudly
+    unsigned pathWaitSeconds = 300;      // how long a flashed adapter's paths may take to come back
     std::string outFolder;               // report
     std::string textfileFolder;          // metrics
 

@@ -30,6 +30,7 @@ Outcome<MetricsSummary> RunMetrics(const Options& options) {
         scope.modules = SurveyScope::Modules::kInventory;
         scope.bootBios = true;
         scope.utilityCheck = true;
+        scope.paths = true;
         survey = SurveyFromOptions(options, scope);
     } catch (const HostError& error) {
         failure = error;

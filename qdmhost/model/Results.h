@@ -30,6 +30,19 @@ struct ModuleOutcome {
     std::string now;                                      // the version read after the steps
     std::string failedStep;                               // empty when none failed
     double seconds = 0;
+    // The multipath guard's part, for firmware: why it refused (kReasonLastPath)
+    // and the maps concerned, or that --allow-path-loss let it flash them anyway.
+    std::string reason;
+    std::vector<std::string> maps;
+    bool pathLossAllowed = false;
+    std::vector<std::string> pathsNotRestored;  // after the flash, within --path-wait
+};
+
+// Why an update run stopped before its end.
+struct RunStop {
+    std::string reason;  // kReasonPathsNotRestored
+    std::string adapter;
+    std::vector<std::string> paths;
 };
 
 struct UpdateRun {
@@ -37,6 +50,8 @@ struct UpdateRun {
     RepositoryState repository;
     Provenance provenance;
     std::vector<ModuleOutcome> results;
+    PathSurvey paths;  // as the run found them
+    std::optional<RunStop> stopped;
 };
 
 struct ReportSummary {
