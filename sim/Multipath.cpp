@@ -23,7 +23,8 @@ struct SimPort {
 // Every port with its SCSI host number: its own `scsiHost`, else 1 + its place among all ports.
 std::vector<SimPort> Ports(const json& state) {
     std::vector<SimPort> ports;
-    for (const json& adapter : state.value("adapters", json::array())) {
+    if (!state.contains("adapters")) return ports;
+    for (const json& adapter : state["adapters"]) {  // by reference: the ports point into the state
         PciAddress slot;
         ParsePciAddress(adapter["slot"], &slot);
         for (const json& port : adapter["ports"]) {
