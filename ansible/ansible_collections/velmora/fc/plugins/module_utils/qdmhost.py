@@ -74,7 +74,13 @@ def command_line(params, command):
         argv += ["--wait", str(params["wait"])]
     if params.get("allow_unsigned"):
         argv.append("--allow-unsigned")
-    return argv + list(command)
+    argv += list(command)
+    # Options of the update command itself.
+    if params.get("allow_path_loss"):
+        argv.append("--allow-path-loss")
+    if params.get("path_wait") is not None:
+        argv += ["--path-wait", str(params["path_wait"])]
+    return argv
 
 
 def _excerpt(text):
