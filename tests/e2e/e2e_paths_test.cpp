@@ -17,7 +17,7 @@ public:
         E2eTest::SetUp();
         if (IsSkipped()) return;
         json state = json::parse(qdmtest::DemoState());
-        state.update(json::parse(qdmtest::ReadFile(std::string(QDM_GOLDEN_DIR) + "/multipath/maps.json")));
+        state.update(json::parse(qdmtest::ReadFile(std::string(QDM_SOURCE_DIR) + "/sim/demo/multipath.json")));
         ASSERT_FALSE(qdmtest::InstallSimulator(folder_, state.dump()).empty());
         BuildDemoRepository();
     }
