@@ -363,6 +363,17 @@ def format_plain(head, rows):
     return "\n".join("  ".join(str(c).rjust(w) for c, w in zip(row, widths)) for row in [head] + rows)
 
 
+# What follows this line in RESULTS.md is written by hand (profiles, paired
+# measurements) and kept when the figures above are rewritten.
+NOTES_MARKER = "<!-- hand-written notes below: kept by bench/summarize.py -->"
+
+
+def kept_notes(path):
+    text = read_text(path)
+    at = text.find(NOTES_MARKER)
+    return "\n" + text[at:] if at >= 0 else ""
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--scratch", required=True)
@@ -370,8 +381,9 @@ def main():
     parser.add_argument("--out", required=True)
     args = parser.parse_args()
     report = Report(args.scratch, args.runs)
+    notes = kept_notes(args.out)
     with open(args.out, "w") as handle:
-        handle.write(report.markdown())
+        handle.write(report.markdown() + notes)
     print(report.console())
     print(f"\nwritten: {args.out}")
 

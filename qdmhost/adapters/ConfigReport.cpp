@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "HostSys.h"
 #include "cli/Console.h"
 #include "model/HostError.h"
 #include "model/Vocabulary.h"

@@ -2,6 +2,7 @@
 // Pure parsing for adapter discovery: PCI addresses and the host's device
 // identifiers. No files, no processes: the caller supplies the texts.
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qdmcli {

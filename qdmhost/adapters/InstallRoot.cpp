@@ -2,6 +2,7 @@
 
 #include "FileUtility.h"
 #include "TraceUtility.h"
+#include "adapters/WorkArea.h"
 #include "model/HostError.h"
 
 namespace qdmcli {
@@ -11,8 +12,7 @@ void UseInstallRoot(const Options& options) {
         throw HostError(kExitUsage, "--root must be an absolute path of letters, digits, '/', '_', '-', '.'");
     CFileUtility::SetInstallPath(options.root);
     if (options.traceLevel >= 0) CTraceUtility::SetLevelMask(static_cast<unsigned>(options.traceLevel));
-    if (!CFileUtility::CreateFolder(options.root + "/tmp"))
-        throw HostError(kExitInternal, "cannot create " + options.root + "/tmp");
+    PrepareWorkArea(options.root);
 }
 
 }  // namespace qdmcli

@@ -1,6 +1,7 @@
 #include "adapters/Session.h"
 
 #include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <list>
 #include <sstream>
@@ -35,6 +36,24 @@ std::pair<std::string, std::string> ExtendedInfo(CVendor* vendor) {
         if (entry.first == "Bus/Dev/Func") found.second = entry.second;
     }
     return found;
+}
+
+// The display form of a WWPN: hexadecimal pairs without their ':'.
+bool IsWwpnDisplayText(const std::string& text) {
+    return !text.empty() && text.size() % 2 == 0 &&
+           std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isxdigit(c); });
+}
+
+// The WWPN comes from the adapter tool's listing; one that is not a WWPN is
+// neither shown, matched nor updated (the provider refuses it too, so the
+// port reads as unreadable).
+void RefuseBadWwpn(Port& port) {
+    if (port.wwpn.empty() || IsWwpnDisplayText(port.wwpn)) return;
+    Warn("port " + PciAddressOf(port.deviceId) +
+         ": the adapter listing's WWPN is not hexadecimal pairs separated by ':'; the port is unreadable and "
+         "is not updated");
+    port.wwpn.clear();
+    port.badWwpn = true;
 }
 
 }  // namespace
@@ -79,6 +98,7 @@ void Session::BuildPorts(const Options& options) {
         all_.push_back({deviceId, vendorClass, vendor, "", ""});
         vendor->LinkDevice();
         std::tie(all_.back().wwpn, all_.back().busDevFunc) = ExtendedInfo(vendor);
+        RefuseBadWwpn(all_.back());
     }
     if (all_.empty()) throw HostError(kExitNoDevice, "no supported Fibre Channel adapter found");
 }

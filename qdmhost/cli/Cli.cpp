@@ -76,6 +76,8 @@ void AddCommonOptions(CLI::App& app, Options& options) {
         ->check(CLI::Range(0, 86400));
     app.add_flag("--allow-unsigned", options.allowUnsigned,
                  "accept a repository without a valid signature (labs only; loudly warned, recorded)");
+    app.add_flag("--allow-downgrade", options.allowDowngrade,
+                 "update a module whose adapter is newer than the repository to the older version (recorded)");
 }
 
 // Every command of the table as a subcommand, with its own options.

@@ -11,6 +11,8 @@ namespace {
 
 Outcome<ServerSurvey> RunCheck(const Options& options) {
     SurveyScope scope;
+    scope.modules = SurveyScope::Modules::kUpdateOrder;  // what an update would do, per module
+    scope.allowDowngrade = options.allowDowngrade;
     scope.utilityCheck = true;
     scope.missingComponents = true;
     scope.paths = true;
@@ -19,6 +21,7 @@ Outcome<ServerSurvey> RunCheck(const Options& options) {
         if (port.utilityCheck == kUtilityRefused) outcome.exitCode = WorseExitCode(outcome.exitCode, kExitRefused);
     if (!outcome.result.missingComponents.empty())
         outcome.exitCode = WorseExitCode(outcome.exitCode, kExitMissingComponent);
+    outcome.exitCode = WorseExitCode(outcome.exitCode, outcome.result.repository.failureCode);
     return outcome;
 }
 

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <chrono>
+#include <ctime>
 #include <functional>
 #include <set>
 
@@ -15,9 +16,10 @@
 #include "model/Vocabulary.h"
 #include "render/JsonRenderer.h"
 #include "render/TextRenderer.h"
+#include "repository/ChannelConfig.h"
 #include "repository/Staging.h"
 #include "repository/Trust.h"
-#include "store/AcceptedSerials.h"
+#include "store/ChannelSerials.h"
 #include "store/History.h"
 #include "store/UpdateLock.h"
 #include "util/UtcTime.h"
@@ -106,8 +108,13 @@ private:
 // planned, unless the multipath guard refuses a firmware. The same decision
 // for --dry-run and for the update.
 ModuleOutcome Plan(const Port& port, const ModuleReading& reading, FirmwareGuard& guard) {
-    ModuleOutcome result{port, reading, reading.status, std::nullopt, false, "", "", 0, "", {}, false, {}};
-    if (!StatusNeedsUpdate(reading.status) || !reading.hasPackage) return result;
+    ModuleOutcome result{port, reading, reading.status, "", false, std::nullopt, false, "", "", 0, {}, false, {}};
+    if (!PlanRuns(reading.plan)) return result;
+    if (port.badWwpn) {
+        result.outcome = kRefused;
+        result.reason = "bad-wwpn";
+        return result;
+    }
     TakeOperatorMessages();  // what came before belongs to no update
     CManageRepositoryInfo package = reading.package;
     if (port.vendor->CheckUpdateConditionByDevicevendor(reading.kind, &package) != 0) {
@@ -116,6 +123,7 @@ ModuleOutcome Plan(const Port& port, const ModuleReading& reading, FirmwareGuard
         return result;
     }
     result.outcome = kPlanned;
+    result.downgrade = reading.plan == "downgrade";
     if (reading.kind == kFirmware) guard.Judge(port, result);
     return result;
 }
@@ -155,14 +163,18 @@ void StageArchives(const std::vector<Port>& ports, Repository& repository, Stagi
         repository.UseStagedCopy(entry->archive, staging.Stage(repository.folder(), *entry));
 }
 
-// Checked again under the lock: another run may have accepted a newer catalogue since loading.
-void AcceptSerial(const Options& options, const Repository& repository) {
+// Checked again under the lock, just before the first module runs: the
+// catalogue may have expired while this run waited, the server's channel
+// changed, or another run accepted a newer catalogue since loading.
+void RecheckUnderLock(const Options& options, const Repository& repository) {
     const RepositoryTrust& trust = repository.trust();
+    const std::string path = repository.folder() + "/" + kCatalogueFile;
+    if (trust.expiresAt) CheckNotExpired(path, trust.expires, *trust.expiresAt, std::time(nullptr));
+    CheckChannel(path, trust.channel, ReadChannel(options.HostFolder()));
     if (trust.keyId.empty() || !trust.serial) return;
-    AcceptedSerials serials(options.HostFolder());
-    CheckNotRolledBack(repository.folder() + "/" + kCatalogueFile, trust.keyId, *trust.serial,
-                       serials.Highest(trust.keyId, trust.realPath));
-    serials.Accept(trust.keyId, trust.realPath, *trust.serial);
+    ChannelSerials serials(options.HostFolder());
+    serials.CheckNotRolledBack(path, trust.channel, *trust.serial);
+    if (!options.dryRun) serials.Accept(trust.channel, *trust.serial);
 }
 
 // The dry run's plan: the survey in update order, each module decided.
@@ -170,6 +182,8 @@ std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& r
                                    FirmwareGuard& guard) {
     SurveyScope scope;
     scope.modules = SurveyScope::Modules::kUpdateOrder;
+    scope.afresh = true;
+    scope.allowDowngrade = options.allowDowngrade;
     std::vector<ModuleOutcome> plan;
     for (const PortSurvey& port : SurveyServer(ports, repository, scope, options.root).ports)
         for (const ModuleReading& reading : port.modules) plan.push_back(Plan(port.port, reading, guard));
@@ -184,7 +198,9 @@ void UpdateAll(std::vector<Port>& ports, const Repository& repository, const Opt
                UpdateRun& run) {
     for (const Port& port : ports)
         for (const std::string& kind : UpdateOrder(port.vendor)) {
-            run.results.push_back(UpdateModule(port, ReadModuleAfresh(port, kind, repository), guard));
+            ModuleReading reading = ReadModuleAfresh(port, kind, repository);
+            reading.plan = UpdatePlan(reading.status, reading.hasPackage, options.allowDowngrade);
+            run.results.push_back(UpdateModule(port, reading, guard));
             ModuleOutcome& result = run.results.back();
             if (result.ran && kind == kFirmware) result.pathsNotRestored = guard.AwaitPaths(port);
             if (result.outcome == kUpdated || ExitCodeOf(result.outcome) != kExitOk)
@@ -201,18 +217,19 @@ void UpdateAll(std::vector<Port>& ports, const Repository& repository, const Opt
 
 Outcome<UpdateRun> RunUpdate(const Options& options) {
     UseInstallRoot(options);
-    Repository repository =
-        Repository::Load(options.RepositoryFolder(), TrustPolicy{options.HostFolder(), options.allowUnsigned, true});
+    Repository repository = Repository::Load(
+        options.RepositoryFolder(),
+        TrustPolicy{options.HostFolder(), ReadChannel(options.HostFolder()), options.allowUnsigned, true});
     if (repository.empty()) throw HostError(kExitRepository, "the repository holds no update package");
     UpdateLock lock(options.root, options.waitSeconds);
     Session session(options);
     StagingArea staging(options.root);
     StageArchives(session.ports(), repository, staging);
-    if (!options.dryRun) AcceptSerial(options, repository);
+    RecheckUnderLock(options, repository);
     Outcome<UpdateRun> outcome;
     UpdateRun& run = outcome.result;
     run.dryRun = options.dryRun;
-    run.repository = {true, repository.folder(), repository.trust().verified};
+    run.repository = StateOf(repository);
     run.provenance = ProvenanceOf(repository.trust());
     FirmwareGuard guard(options, SurveyPaths(session.ports(), options.root));
     run.paths = guard.firstLook();

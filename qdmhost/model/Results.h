@@ -25,14 +25,15 @@ struct ModuleOutcome {
     Port port;
     ModuleReading reading;
     std::string outcome;  // a status when nothing was to do, else planned, refused, updated, failed...
+    std::string reason;   // why a module was refused outside its condition check (bad-wwpn, last-path)
+    bool downgrade = false;
     std::optional<std::vector<OperatorMessage>> messages;  // refused or run: what the provider said
     bool ran = false;                                     // the steps ran: the fields below are set
     std::string now;                                      // the version read after the steps
     std::string failedStep;                               // empty when none failed
     double seconds = 0;
-    // The multipath guard's part, for firmware: why it refused (kReasonLastPath)
-    // and the maps concerned, or that --allow-path-loss let it flash them anyway.
-    std::string reason;
+    // The multipath guard's part, for firmware: the maps that would lose (or,
+    // with --allow-path-loss, lost) their last healthy path.
     std::vector<std::string> maps;
     bool pathLossAllowed = false;
     std::vector<std::string> pathsNotRestored;  // after the flash, within --path-wait
@@ -71,6 +72,7 @@ struct HistoryEntries {
 
 struct TrustedKeyRow {
     std::string keyId;
+    std::string publicKey;
     std::string comment;
     std::string file;
 };

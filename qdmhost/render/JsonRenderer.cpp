@@ -13,9 +13,16 @@ Json VerifiedJson(const RepositoryState& repository) {
     return repository.present ? Json(repository.verified) : Json(nullptr);
 }
 
+// What is wrong with the repository ({"reason", "message"}); null when nothing.
+Json ProblemJson(const RepositoryState& repository) {
+    if (repository.problem.empty()) return nullptr;
+    return {{"reason", repository.problem}, {"message", repository.message}};
+}
+
 Json ModuleJson(const ModuleReading& reading) {
     Json module = {{"kind", reading.kind},
                    {"status", reading.status},
+                   {"plan", reading.plan},
                    {"operating", OrNull(reading.operating, reading.module != nullptr)},
                    {"repository", OrNull(reading.package.version, reading.hasPackage)}};
     // Marks only what is doubtful, as the table does.
@@ -46,16 +53,23 @@ Json InventoryJson(const ServerSurvey& survey) {
     }
     return {{"repository", OrNull(survey.repository.folder, survey.repository.present)},
             {"repositoryVerified", VerifiedJson(survey.repository)},
+            {"repositoryProblem", ProblemJson(survey.repository)},
             {"ports", ports}};
 }
 
 Json CheckJson(const ServerSurvey& survey) {
     Json ports = Json::array();
-    for (const PortSurvey& port : survey.ports)
-        ports.push_back(
-            {{"deviceId", port.port.deviceId}, {"wwpn", port.port.wwpn}, {"utilityCheck", port.utilityCheck}});
+    for (const PortSurvey& port : survey.ports) {
+        Json plans = Json::object();
+        for (const ModuleReading& reading : port.modules) plans[reading.kind] = reading.plan;
+        ports.push_back({{"deviceId", port.port.deviceId},
+                         {"wwpn", port.port.wwpn},
+                         {"utilityCheck", port.utilityCheck},
+                         {"plans", plans}});
+    }
     return {{"missingComponents", survey.missingComponents},
             {"repositoryVerified", VerifiedJson(survey.repository)},
+            {"repositoryProblem", ProblemJson(survey.repository)},
             {"ports", ports},
             {"paths", PathSurveyJson(survey.paths)}};
 }
@@ -87,6 +101,7 @@ Json PathSurveyJson(const PathSurvey& paths) {
     Json adapters = Json::array();
     for (const AdapterPaths& adapter : paths.adapters) adapters.push_back(AdapterPathsJson(adapter));
     return {{"multipath", paths.multipath}, {"note", OrNull(paths.note, !paths.note.empty())}, {"adapters", adapters}};
+
 }
 
 Json ModuleOutcomeJson(const ModuleOutcome& result) {
@@ -95,13 +110,14 @@ Json ModuleOutcomeJson(const ModuleOutcome& result) {
                  {"busDevFunc", result.port.busDevFunc}, {"kind", reading.kind},
                  {"outcome", result.outcome},        {"from", reading.operating},
                  {"to", OrNull(reading.package.version, reading.hasPackage)}};
+    if (!result.reason.empty()) json["reason"] = result.reason;
+    if (result.downgrade) json["downgrade"] = true;
     if (result.messages) json["messages"] = MessagesJson(*result.messages);
     if (result.ran) {
         json["now"] = result.now;
         json["failedStep"] = OrNull(result.failedStep, !result.failedStep.empty());
         json["seconds"] = result.seconds;
     }
-    if (!result.reason.empty()) json["reason"] = result.reason;
     if (!result.maps.empty()) json["maps"] = result.maps;
     if (result.pathLossAllowed) json["pathLossAllowed"] = true;
     if (!result.pathsNotRestored.empty()) json["pathsNotRestored"] = result.pathsNotRestored;
@@ -138,7 +154,7 @@ Json TrustJson(const TrustChange& change) {
     if (change.action == "remove") return {{"action", "remove"}, {"keyId", change.keyId}};
     Json keys = Json::array();
     for (const TrustedKeyRow& key : change.keys)
-        keys.push_back({{"keyId", key.keyId}, {"comment", key.comment}, {"file", key.file}});
+        keys.push_back({{"keyId", key.keyId}, {"publicKey", key.publicKey}, {"comment", key.comment}, {"file", key.file}});
     return {{"action", "list"}, {"keys", keys}};
 }
 

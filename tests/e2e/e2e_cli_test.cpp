@@ -11,11 +11,11 @@
 #include "repository/Repository.h"
 #include "adapters/DeviceTable.h"
 #include "adapters/Discovery.h"
-#include "adapters/PciSysfs.h"
 #include "model/ExitCodes.h"
 #include "model/HostError.h"
 #include "render/Exposition.h"
 #include "model/Vocabulary.h"
+#include "adapters/PciSysfs.h"
 #include "TestEnv.h"
 
 namespace {
@@ -28,7 +28,7 @@ const json kGoodEntry = {{"uniqueNames", {"fcelx_16g", "fcelx_8g2p_10df_f100_10d
 
 std::string CatalogueText(const std::vector<json>& packages, const json& serial = 1,
                           const json& expires = "2099-01-01T00:00:00Z") {
-    return json{{"serial", serial}, {"expires", expires}, {"packages", packages}}.dump();
+    return json{{"channel", "default"}, {"serial", serial}, {"expires", expires}, {"packages", packages}}.dump();
 }
 
 qdmcli::Catalogue Parse(const std::string& text) { return qdmcli::ParseCatalogue(text); }
@@ -65,8 +65,9 @@ TEST(Catalogue, EntriesAreCheckedAndFoundByModelKeyAndKind) {
         EXPECT_EQ(ErrorCode(Parse, CatalogueText({entry})), qdmcli::kExitRepository) << row.first << " = " << row.second;
     }
     // Not JSON, no list, an entry not an object, two firmware packages for one key (an arbitrary choice), serial
-    // 0, no expiry, 30 February.
+    // 0, no expiry, 30 February, no channel, a channel that is no name.
     for (const std::string& text : {std::string("{\"packages\": ["), json::array().dump(), CatalogueText({42}),
+                                   json{{"packages", json::array()}}.dump(), json{{"channel", "a b"}, {"packages", json::array()}}.dump(),
                                    CatalogueText({kGoodEntry, kGoodEntry}), CatalogueText({kGoodEntry}, 0),
                                    CatalogueText({kGoodEntry}, 1, nullptr), CatalogueText({kGoodEntry}, 1, "2099-02-30T00:00:00Z")})
         EXPECT_EQ(ErrorCode(Parse, text), qdmcli::kExitRepository) << text;
@@ -74,7 +75,7 @@ TEST(Catalogue, EntriesAreCheckedAndFoundByModelKeyAndKind) {
     json bare = kGoodEntry;
     bare.erase("sha256");
     bare.erase("size");
-    EXPECT_EQ(qdmcli::ParseCatalogue(json{{"packages", {bare}}}.dump(), false).packages.size(), 1u);
+    EXPECT_EQ(qdmcli::ParseCatalogue(json{{"channel", "lab"}, {"packages", {bare}}}.dump(), false).packages.size(), 1u);
 }
 
 // A function folder below `folder`: class, then vendor, device, subsystem vendor and device files (an empty text
@@ -159,12 +160,14 @@ TEST(ExitCodes, DistinctDocumentedAndTheWorseOutcomeWins) {
     for (const auto& row : rows) EXPECT_EQ(WorseExitCode(row[0], row[1]), row[2]) << row[0] << " " << row[1];
 }
 
-// Older, current, no package and unreadable show end to end; these verdicts do not.
-TEST(VersionStatus, NewerAndMalformedVersionsAreUpdated) {
-    EXPECT_EQ(qdmcli::VersionStatus("2.02a6", true, -1), "newer");  // brought back to the repository's version
+// Malformed versions are updated; a newer adapter only when a downgrade is allowed.
+TEST(VersionStatus, PlansFollowTheStatus) {
     EXPECT_EQ(qdmcli::VersionStatus("abnormal", true, 0), "unreadable");  // 0 from a malformed text is not current
-    EXPECT_TRUE(qdmcli::StatusNeedsUpdate("newer") && qdmcli::StatusNeedsUpdate("unreadable"));
-    EXPECT_FALSE(qdmcli::StatusNeedsUpdate("current") || qdmcli::StatusNeedsUpdate("no-package"));
+    const char* const rows[][3] = {{"unreadable", "update", "update"}, {"newer", "keep-newer", "downgrade"},
+                                   {"current", "none", "none"}};
+    for (const auto& row : rows)
+        EXPECT_EQ(qdmcli::UpdatePlan(row[0], true, false) + qdmcli::UpdatePlan(row[0], true, true), std::string(row[1]) + row[2]);
+    EXPECT_EQ(qdmcli::UpdatePlan("older", false, true), "none");  // nothing to update from
 }
 
 // Label values as the exposition format quotes them; every other byte passes as it is.

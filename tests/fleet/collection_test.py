@@ -13,6 +13,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 from ansible_collections.velmora.fc.plugins.module_utils import qdmhost  # noqa: E402
 from ansible_collections.velmora.fc.plugins.modules import fc_info, fc_update  # noqa: E402
 from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_port_status, fleet_server, fleet_server_group  # noqa: E402
+from ansible_collections.velmora.fc.plugins.action import fleet_report  # noqa: E402
 
 ENVELOPE = {"schemaVersion": 1, "qdmhost": "1.0.0", "host": "fc01", "command": "update"}
 
@@ -129,6 +130,25 @@ class FleetServer(unittest.TestCase):
                 server = {"state": state, "ports": [port(*statuses) for statuses in ports]}
                 self.assertEqual(([fleet_port_status(p) for p in server["ports"]], fleet_server_group(server)),
                                  (port_statuses, group))
+
+
+class FleetReport(unittest.TestCase):
+    def test_written_whole_or_not_at_all(self):
+        hostvars = {"fc01": {"fc_inventory": {"ports": [], "exit_code": 0}}, "fc02": {"fc_inventory": None}}
+        fleet = fleet_report.fleet_document(["fc01", "fc02"], hostvars, generated="2026-01-01T00:00:00Z")
+        with tempfile.TemporaryDirectory() as folder:
+            out = pathlib.Path(folder, "report")
+            fleet_report.write_fleet_report(str(out), fleet)
+            fleet_report.write_fleet_report(str(out), fleet)  # replaced, no temporary file left
+            written = json.loads((out / "fleet.json").read_text())
+            # A write that fails half-way: the old page stays whole, no temporary file is left.
+            with self.assertRaises(UnicodeEncodeError):
+                fleet_report.write_atomically(str(out / "fleet.html"), "half \udc80")
+            kept = (out / "fleet.html").read_text().startswith("<!DOCTYPE html>")
+            files = sorted(p.name for p in out.iterdir())
+        self.assertEqual((written, files), (fleet, ["fleet.html", "fleet.json"]))
+        self.assertEqual([s["state"] for s in fleet["servers"]], ["ok", "failed"])
+        self.assertTrue(kept)
 
 
 if __name__ == "__main__":
