@@ -86,7 +86,10 @@ for variant in without with; do
 done
 paths=$("$qdmhost" --root "$root" --repo "$repo" --allow-unsigned --json check 2>/dev/null |
     python3 -c 'import json,sys; d=json.load(sys.stdin)["paths"]; print(sum(len(m["paths"]) for a in d["adapters"] for m in a["maps"]))')
-added=$(( ms[plan-with] - ms[plan-without] ))
+plan_without=${ms[plan-without]} plan_with=${ms[plan-with]}
+inventory_without=${ms[inventory-without]} inventory_with=${ms[inventory-with]}
+added=$((plan_with - plan_without))
+share=$((added * 100 / (inventory_without > 0 ? inventory_without : 1)))
 cat >"$bench_dir/PATHGUARD.md" <<MD
 # The multipath guard's cost
 
@@ -97,12 +100,12 @@ CPU time (user + system) of qdmhost and every process it started.
 
 | run (CPU ms of the process tree, median) | multipathd not answering | multipathd listing 256 paths |
 |---|---|---|
-| \`update --dry-run\` (the plan) | ${ms[plan-without]} | ${ms[plan-with]} |
-| \`inventory\` (cold) | ${ms[inventory-without]} | ${ms[inventory-with]} |
+| \`update --dry-run\` (the plan) | $plan_without | $plan_with |
+| \`inventory\` (cold) | $inventory_without | $inventory_with |
 
 The guard adds **${added} ms** of CPU to the plan: one \`multipathd\` listing, the
 SCSI hosts read from sysfs and the verdicts of 32 adapters, against
-${ms[inventory-without]} ms for the cold inventory of the same server
-($(( added * 100 / (ms[inventory-without] > 0 ? ms[inventory-without] : 1) )) %). Inventory runs no guard: its two columns differ by noise only.
+$inventory_without ms for the cold inventory of the same server
+($share %). Inventory runs no guard: its two columns differ by noise only.
 MD
 cat "$bench_dir/PATHGUARD.md"

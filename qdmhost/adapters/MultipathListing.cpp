@@ -11,8 +11,8 @@ const std::size_t kMaxField = 128;
 const int kMaxHostNumber = 1 << 20;
 
 bool IsNameCharacter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
-           c == '-' || c == '.' || c == ':';
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '-' ||
+           c == '.' || c == ':';
 }
 
 bool IsName(const std::string& text) {
@@ -24,11 +24,9 @@ int HostOfHctl(const std::string& text) {
     std::istringstream in(text);
     long numbers[4];
     char colon[3];
-    if (!(in >> numbers[0] >> colon[0] >> numbers[1] >> colon[1] >> numbers[2] >> colon[2] >> numbers[3]))
-        return -1;
+    if (!(in >> numbers[0] >> colon[0] >> numbers[1] >> colon[1] >> numbers[2] >> colon[2] >> numbers[3])) return -1;
     if (!in.eof() || colon[0] != ':' || colon[1] != ':' || colon[2] != ':') return -1;
-    if (!std::all_of(text.begin(), text.end(), [](char c) { return c == ':' || (c >= '0' && c <= '9'); }))
-        return -1;
+    if (!std::all_of(text.begin(), text.end(), [](char c) { return c == ':' || (c >= '0' && c <= '9'); })) return -1;
     return numbers[0] <= kMaxHostNumber ? static_cast<int>(numbers[0]) : -1;
 }
 

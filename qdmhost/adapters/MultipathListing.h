@@ -14,7 +14,7 @@ namespace qdmcli {
 const char kMultipathPathFormat[] = "%m %i %d %t %w %T";
 
 struct MultipathPath {
-    std::string map;      // alias or WWID
+    std::string map;  // alias or WWID
     std::string wwid;
     int scsiHost = -1;    // the h of h:c:t:l
     std::string hctl;     // "3:0:0:1"

@@ -24,7 +24,8 @@ PathSnapshot WithoutMultipath(const std::string& note) {
 PathSnapshot ReadPathSnapshot(const std::string& root) {
     const std::string output = root + "/tmp/qdmhost-multipath." + std::to_string(::getpid()) + ".txt";
     // A fixed line: nothing from outside reaches the shell.
-    const std::string command = std::string("multipathd show paths raw format \"") + kMultipathPathFormat + "\" 2>/dev/null";
+    const std::string command =
+        std::string("multipathd show paths raw format \"") + kMultipathPathFormat + "\" 2>/dev/null";
     unsigned long status = 0;
     int started = CCommon_Information::ExecForeignModule(command, output, "", &status, kTimeoutMs);
     LimitedRead read = ReadRegularFile(output, kMaxListing);

@@ -35,7 +35,8 @@ bool IsLowerPciAddress(const std::string& text) {
 
 bool LooksLikePciFunction(const std::string& name) {
     return name.size() > 8 && name[4] == ':' && name[7] == ':' &&
-           std::all_of(name.begin(), name.begin() + 4, [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
+           std::all_of(name.begin(), name.begin() + 4,
+                       [](char c) { return std::isxdigit(static_cast<unsigned char>(c)); });
 }
 
 std::string LinkTarget(const std::string& path) {
@@ -74,7 +75,8 @@ std::string ParseScsiHostLink(const std::string& target, const std::string& host
 std::string ParseFcPortName(const std::string& text) {
     std::string body = !text.empty() && text.back() == '\n' ? text.substr(0, text.size() - 1) : text;
     if (body.size() < 3 || body.size() > 18 || body.compare(0, 2, "0x") != 0 ||
-        !std::all_of(body.begin() + 2, body.end(), [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); }))
+        !std::all_of(body.begin() + 2, body.end(),
+                     [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); }))
         return "";
     // The kernel prints the number without leading zeros ("0x%llx").
     const std::string digits = std::string(18 - body.size(), '0') + body.substr(2);

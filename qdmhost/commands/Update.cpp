@@ -8,10 +8,10 @@
 #include <set>
 
 #include "adapters/InstallRoot.h"
+#include "adapters/PathReader.h"
 #include "cli/Command.h"
 #include "cli/Console.h"
 #include "commands/FirmwareGuard.h"
-#include "adapters/PathReader.h"
 #include "model/HostError.h"
 #include "model/Vocabulary.h"
 #include "render/JsonRenderer.h"
@@ -206,8 +206,8 @@ void UpdateAll(std::vector<Port>& ports, const Repository& repository, const Opt
             if (result.outcome == kUpdated || ExitCodeOf(result.outcome) != kExitOk)
                 RecordHistory(options, result, run.provenance);
             if (!result.pathsNotRestored.empty()) {
-                run.stopped = RunStop{kReasonPathsNotRestored, AdapterOf(PciAddressOf(port.deviceId)),
-                                      result.pathsNotRestored};
+                run.stopped =
+                    RunStop{kReasonPathsNotRestored, AdapterOf(PciAddressOf(port.deviceId)), result.pathsNotRestored};
                 Warn("stopped: the paths of " + run.stopped->adapter + " did not come back within " +
                      std::to_string(options.pathWaitSeconds) + "s");
                 return;
@@ -248,9 +248,10 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
     command.add_flag("--allow-path-loss", options.allowPathLoss,
                      "flash an adapter even when it carries the last active and ready path of a multipath map "
                      "(warned about and recorded in the history)");
-    command.add_option("--path-wait", options.pathWaitSeconds,
-                       "after flashing an adapter, how long to wait for its active paths to be active and ready again "
-                       "before the next adapter; else the run stops (exit 3, paths-not-restored)")
+    command
+        .add_option("--path-wait", options.pathWaitSeconds,
+                    "after flashing an adapter, how long to wait for its active paths to be active and ready again "
+                    "before the next adapter; else the run stops (exit 3, paths-not-restored)")
         ->type_name("SECONDS")
         ->default_val(300)
         ->check(CLI::Range(0u, 86400u));
@@ -259,8 +260,8 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command UpdateCommand() {
-    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions,
-                                  RunUpdate, UpdateJson, UpdateText);
+    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions, RunUpdate,
+                                  UpdateJson, UpdateText);
 }
 
 }  // namespace qdmcli

@@ -42,7 +42,8 @@ std::vector<std::string> AdapterPaths::LastPathMaps() const {
 }
 
 int AdapterPaths::SolePathMaps() const {
-    return static_cast<int>(std::count_if(maps.begin(), maps.end(), [](const MapThroughAdapter& map) { return map.soleHealthyHere; }));
+    return static_cast<int>(
+        std::count_if(maps.begin(), maps.end(), [](const MapThroughAdapter& map) { return map.soleHealthyHere; }));
 }
 
 std::vector<RoutedPath> AdapterPaths::ActivePaths() const {
@@ -84,7 +85,8 @@ std::vector<AdapterPaths> JudgeAdapters(const std::vector<std::string>& function
     std::vector<AdapterPaths> adapters;
     for (const std::string& function : functions) {
         const std::string adapter = AdapterOf(function);
-        auto known = std::find_if(adapters.begin(), adapters.end(), [&](const AdapterPaths& a) { return a.adapter == adapter; });
+        auto known =
+            std::find_if(adapters.begin(), adapters.end(), [&](const AdapterPaths& a) { return a.adapter == adapter; });
         if (known == adapters.end()) {
             adapters.push_back(JudgeAdapter(adapter, snapshot));
             known = adapters.end() - 1;
@@ -97,8 +99,9 @@ std::vector<AdapterPaths> JudgeAdapters(const std::vector<std::string>& function
 std::vector<std::string> PathsNotRestored(const std::vector<RoutedPath>& expected, const PathSnapshot& now) {
     std::vector<std::string> missing;
     for (const RoutedPath& wanted : expected) {
-        bool back = std::any_of(now.paths.begin(), now.paths.end(),
-                                [&](const RoutedPath& seen) { return SamePath(seen, wanted) && seen.path.ActiveReady(); });
+        bool back = std::any_of(now.paths.begin(), now.paths.end(), [&](const RoutedPath& seen) {
+            return SamePath(seen, wanted) && seen.path.ActiveReady();
+        });
         if (!back) missing.push_back(wanted.Name());
     }
     return missing;

@@ -79,9 +79,11 @@ namespace {
 Json PathsJson(const std::vector<RoutedPath>& paths) {
     Json list = Json::array();
     for (const RoutedPath& routed : paths)
-        list.push_back({{"device", routed.path.device}, {"hctl", routed.path.hctl},
+        list.push_back({{"device", routed.path.device},
+                        {"hctl", routed.path.hctl},
                         {"port", OrNull(routed.function, !routed.function.empty())},
-                        {"wwpn", OrNull(routed.wwpn, !routed.wwpn.empty())}, {"dmState", routed.path.dmState},
+                        {"wwpn", OrNull(routed.wwpn, !routed.wwpn.empty())},
+                        {"dmState", routed.path.dmState},
                         {"checker", routed.path.checker}});
     return list;
 }
@@ -89,10 +91,16 @@ Json PathsJson(const std::vector<RoutedPath>& paths) {
 Json AdapterPathsJson(const AdapterPaths& adapter) {
     Json maps = Json::array();
     for (const MapThroughAdapter& map : adapter.maps)
-        maps.push_back({{"map", map.map}, {"wwid", map.wwid}, {"paths", PathsJson(map.paths)},
-                        {"otherHealthyPaths", PathsJson(map.otherHealthy)}, {"soleHealthyHere", map.soleHealthyHere}});
-    return {{"adapter", adapter.adapter}, {"ports", adapter.functions}, {"verdict", adapter.verdict},
-            {"solePathMaps", adapter.SolePathMaps()}, {"maps", maps}};
+        maps.push_back({{"map", map.map},
+                        {"wwid", map.wwid},
+                        {"paths", PathsJson(map.paths)},
+                        {"otherHealthyPaths", PathsJson(map.otherHealthy)},
+                        {"soleHealthyHere", map.soleHealthyHere}});
+    return {{"adapter", adapter.adapter},
+            {"ports", adapter.functions},
+            {"verdict", adapter.verdict},
+            {"solePathMaps", adapter.SolePathMaps()},
+            {"maps", maps}};
 }
 
 }  // namespace
@@ -101,14 +109,16 @@ Json PathSurveyJson(const PathSurvey& paths) {
     Json adapters = Json::array();
     for (const AdapterPaths& adapter : paths.adapters) adapters.push_back(AdapterPathsJson(adapter));
     return {{"multipath", paths.multipath}, {"note", OrNull(paths.note, !paths.note.empty())}, {"adapters", adapters}};
-
 }
 
 Json ModuleOutcomeJson(const ModuleOutcome& result) {
     const ModuleReading& reading = result.reading;
-    Json json = {{"deviceId", result.port.deviceId}, {"wwpn", result.port.wwpn},
-                 {"busDevFunc", result.port.busDevFunc}, {"kind", reading.kind},
-                 {"outcome", result.outcome},        {"from", reading.operating},
+    Json json = {{"deviceId", result.port.deviceId},
+                 {"wwpn", result.port.wwpn},
+                 {"busDevFunc", result.port.busDevFunc},
+                 {"kind", reading.kind},
+                 {"outcome", result.outcome},
+                 {"from", reading.operating},
                  {"to", OrNull(reading.package.version, reading.hasPackage)}};
     if (!result.reason.empty()) json["reason"] = result.reason;
     if (result.downgrade) json["downgrade"] = true;
@@ -137,9 +147,10 @@ Json UpdateJson(const UpdateRun& run) {
     Json json = {{"dryRun", run.dryRun}, {"repositoryVerified", VerifiedJson(run.repository)}, {"results", results}};
     json.update(ProvenanceJson(run.provenance));
     json["paths"] = PathSurveyJson(run.paths);
-    json["stopped"] = run.stopped ? Json{{"reason", run.stopped->reason}, {"adapter", run.stopped->adapter},
-                                         {"paths", run.stopped->paths}}
-                                  : Json(nullptr);
+    json["stopped"] =
+        run.stopped
+            ? Json{{"reason", run.stopped->reason}, {"adapter", run.stopped->adapter}, {"paths", run.stopped->paths}}
+            : Json(nullptr);
     return json;
 }
 
@@ -154,7 +165,8 @@ Json TrustJson(const TrustChange& change) {
     if (change.action == "remove") return {{"action", "remove"}, {"keyId", change.keyId}};
     Json keys = Json::array();
     for (const TrustedKeyRow& key : change.keys)
-        keys.push_back({{"keyId", key.keyId}, {"publicKey", key.publicKey}, {"comment", key.comment}, {"file", key.file}});
+        keys.push_back(
+            {{"keyId", key.keyId}, {"publicKey", key.publicKey}, {"comment", key.comment}, {"file", key.file}});
     return {{"action", "list"}, {"keys", keys}};
 }
 
