@@ -55,8 +55,10 @@ std::vector<std::string> FirmwareGuard::AwaitPaths(const Port& port) {
     for (unsigned waited = 0;; waited += kPollSeconds) {
         std::vector<std::string> missing = PathsNotRestored(expected_, ReadPathSnapshot(options_.root));
         if (missing.empty() || waited >= options_.pathWaitSeconds) return missing;
-        Progress("waiting " + std::to_string(kPollSeconds) + "s for the paths of " + adapter + ": " + Names(missing));
+        // The pause announces itself with the activity: "waiting 5s for the paths of ...".
+        SetActivity("the paths of " + adapter + ": " + Names(missing));
         Sleep(kPollSeconds * 1000);
+        SetActivity("");
     }
 }
 
