@@ -3,8 +3,9 @@
 # adapter simulator as a demo server (three Emulex FC adapters, five ports),
 # builds an update repository, signs it with a fresh publisher key that the
 # server trusts, shows a tampered copy refused and runs qdmhost against the
-# good one in real time: inventory, update, inventory again, configuration
-# report.
+# good one in real time: inventory, the multipath guard (an adapter refused
+# while it carries a map's last healthy path, then the safe sequence, adapter
+# after adapter), update, inventory again, configuration report.
 #   scripts/demo.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -58,23 +59,36 @@ run_refused "$qdmhost" --json --repo "$tampered" update --dry-run
 heading "5. Inventory: what is installed, what the signed repository offers"
 run "$qdmhost" --repo "$repo" inventory
 
-heading "6. Update plan (dry run)"
+heading "6. Multipath: two LUN maps, each with a path through the 8G single-port and one through the 16G adapter"
+python3 -c 'import json, sys; s = json.load(open(sys.argv[1])); s.update(json.load(open(sys.argv[2]))); json.dump(s, open(sys.argv[1], "w"))' \
+    "$work/state.json" sim/demo/multipath.json
+"$qdmsim" install --state "$work/state.json" >/dev/null
+run "$qdmhost" --repo "$repo" check
+
+heading "7. Update plan while map mpatha has lost its path through the 16G adapter: the 8G adapter's firmware is refused (last-path)"
+"$qdmsim" fault multipathd single-path
+run_refused "$qdmhost" --repo "$repo" update --dry-run
+"$qdmsim" fault multipathd off
+
+heading "8. Update plan with both paths healthy: every adapter safe"
 run "$qdmhost" --repo "$repo" update --dry-run
 
-heading "7. Update (real time: the utility's result polls wait 30 s each, as on a real server)"
+heading "9. Update (real time: the utility's result polls wait 30 s each, as on a real server; after each flash qdmhost waits for the adapter's paths before the next adapter)"
 set +e
 "$qdmhost" --repo "$repo" update
 status=$?
 set -e
 echo "qdmhost update exit code: $status"
+echo "The simulator's log of flashes and paths, in order:"
+grep -E '^(flash|paths-)' "$work/state.json.calls"
 
-heading "8. Inventory again: everything current"
+heading "10. Inventory again: everything current"
 run "$qdmhost" --repo "$repo" inventory
 
-heading "9. Update history: which key and catalogue serial each update came from"
+heading "11. Update history: which key and catalogue serial each update came from"
 run "$qdmhost" history
 
-heading "10. Device configuration report"
+heading "12. Device configuration report"
 run "$qdmhost" report --out "$work/report"
 run cat "$work/report/Emulex_FcConfigInfo.xml"
 exit "$status"

@@ -88,6 +88,7 @@ bool IsKnownFault(const std::string& verb, const std::string& mode) {
         return kOutputFaults.count(mode) > 0 || mode == "badversions" || mode == "nokeys";
     if (verb == "Download")
         return mode == "fail" || mode == "silent" || mode == "crash" || mode == "hang";
+    if (verb == "multipathd") return mode == "missing" || mode == "single-path" || mode == "stuck";
     if (verb == "rpm" || verb == "depmod") return mode == "fail" || mode == "hang";
     return false;
 }

@@ -169,6 +169,7 @@ void ApplyImage(const std::string& wwpn, const Image& image) {
         if (image.target == "firmware") {
             adapter["firmware"] = image.version;
             adapter.erase("firmwareNote");
+            BouncePaths(state, adapter);
         } else {
             adapter["bootBios"] = image.version;
         }

@@ -120,9 +120,14 @@ int RunInstall(const Args& args) {
     PlaceTool(!options.Has("--no-utility") && HasUtility(loaded));
     MakeFolder(binDir);
     for (const char* tool : {"lspci", "rpm", "depmod"}) Link(binDir / tool, SelfPath());
+    // A server without multipath has no multipathd at all.
+    if (loaded.contains("multipath"))
+        Link(binDir / "multipathd", SelfPath());
+    else
+        RemovePath(binDir / "multipathd");
     WriteConfigs(options.Get("--config", "good"));
     MakeFolder("/etc/depmod.d");
-    WritePciSysfs(loaded);
+    WriteSysfs(loaded);
     std::cout << "qdmsim: installed; state " << state.string() << ", tools in " << binDir.string()
               << "\n";
     return 0;

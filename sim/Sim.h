@@ -95,13 +95,19 @@ std::string FormatAttributes(const json& state, const json& adapter, const json&
 std::string FormatVersion(const std::string& utilityVersion);
 // False when `selector` is not "[[domain:]bus:]device[.function]".
 bool FormatLspci(const json& state, bool withDomain, const std::string& selector, std::string* text);
-// Lays the server's PCI functions into the sandbox's simulated sysfs.
-void WritePciSysfs(const json& state);
+// Lays the server's PCI functions and SCSI hosts into the sandbox's simulated sysfs.
+void WriteSysfs(const json& state);
+void WriteScsiHosts(const json& state, const std::string& scsiHostFolder, const std::string& fcHostFolder);
+void MakeFolderAt(const std::string& folder);
+void MakeLink(const std::string& link, const std::string& target);
+// A flashed adapter's paths fail for a while (nothing without multipath in the state).
+void BouncePaths(json& state, json& adapter);
 
 int RunHbacmd(const Args& args);
 int RunLspci(const Args& args);
 int RunRpm(const Args& args);
 int RunDepmod(const Args& args);
+int RunMultipathd(const Args& args);
 
 // ---- commands of qdmsim itself ----------------------------------------------------
 int RunBuilder(const std::string& command, const Args& args);

@@ -1,7 +1,8 @@
-// The server's PCI functions as the kernel lists them below
-// /sys/bus/pci/devices. The sandbox lays an empty tmpfs over that folder
-// (and names it in QDM_SANDBOX_SYSFS); install fills it, so qdmhost reads
-// the simulated server where it reads a real one, with no switch of its own.
+// The server as the kernel shows it in sysfs: its PCI functions below
+// /sys/bus/pci/devices, its SCSI hosts below /sys/class/scsi_host and
+// /sys/class/fc_host. The sandbox lays an empty tmpfs over each folder (and
+// names them in QDM_SANDBOX_SYSFS); install fills them, so qdmhost reads the
+// simulated server where it reads a real one, with no switch of its own.
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -16,6 +17,8 @@ namespace fs = std::filesystem;
 namespace {
 
 const char* const kPciDevices = "/sys/bus/pci/devices";
+const char* const kScsiHosts = "/sys/class/scsi_host";
+const char* const kFcHosts = "/sys/class/fc_host";
 
 bool SandboxSimulates(const std::string& folder) {
     const char* list = std::getenv("QDM_SANDBOX_SYSFS");
@@ -34,11 +37,15 @@ void EmptyFolder(const fs::path& folder) {
     if (error) throw SimError("cannot empty " + folder.string() + ": " + error.message());
 }
 
+void RequireSimulated(const std::string& folder) {
+    if (!SandboxSimulates(folder))
+        throw SimError("the sandbox lays no simulated tree over " + folder +
+                       " (QDM_SANDBOX_SYSFS): use the current sandbox/run");
+}
+
 void WriteFunction(const PciFunction& function) {
     const std::string folder = std::string(kPciDevices) + "/" + function.address.Text(true);
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error) throw SimError("cannot create " + folder + ": " + error.message());
+    MakeFolderAt(folder);
     WriteTextFile(folder + "/class", "0x" + ToLower(function.classId) + "00\n");
     WriteTextFile(folder + "/vendor", "0x" + ToLower(function.vendor) + "\n");
     WriteTextFile(folder + "/device", "0x" + ToLower(function.device) + "\n");
@@ -48,12 +55,25 @@ void WriteFunction(const PciFunction& function) {
 
 }  // namespace
 
-void WritePciSysfs(const json& state) {
-    if (!SandboxSimulates(kPciDevices))
-        throw SimError(std::string("the sandbox lays no simulated tree over ") + kPciDevices +
-                       " (QDM_SANDBOX_SYSFS): use the current sandbox/run");
-    EmptyFolder(kPciDevices);
+void MakeFolderAt(const std::string& folder) {
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) throw SimError("cannot create " + folder + ": " + error.message());
+}
+
+void MakeLink(const std::string& link, const std::string& target) {
+    std::error_code error;
+    fs::create_symlink(target, link, error);
+    if (error) throw SimError("cannot link " + link + ": " + error.message());
+}
+
+void WriteSysfs(const json& state) {
+    for (const char* folder : {kPciDevices, kScsiHosts, kFcHosts}) {
+        RequireSimulated(folder);
+        EmptyFolder(folder);
+    }
     for (const PciFunction& function : AllFunctions(state)) WriteFunction(function);
+    WriteScsiHosts(state, kScsiHosts, kFcHosts);
 }
 
 }  // namespace qdmsim

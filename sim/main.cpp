@@ -9,7 +9,7 @@
 namespace {
 
 const char* const kUsage =
-    "usage: qdmsim hbacmd|lspci|rpm|depmod ARGS...\n"
+    "usage: qdmsim hbacmd|lspci|rpm|depmod|multipathd ARGS...\n"
     "       qdmsim build-firmware|build-driver|build-utility OPTIONS\n"
     "       qdmsim build-catalogue --repo DIR [--from FILE] [--serial N] [--expires TIME]\n"
     "       qdmsim install --state FILE [--bin DIR] [--no-utility] [--config VARIANT]\n"
@@ -22,11 +22,12 @@ int RunTool(const std::string& tool, const qdmsim::Args& args) {
     if (tool == "hbacmd") return qdmsim::RunHbacmd(args);
     if (tool == "lspci") return qdmsim::RunLspci(args);
     if (tool == "rpm") return qdmsim::RunRpm(args);
+    if (tool == "multipathd") return qdmsim::RunMultipathd(args);
     return qdmsim::RunDepmod(args);
 }
 
 bool IsTool(const std::string& name) {
-    return name == "hbacmd" || name == "lspci" || name == "rpm" || name == "depmod";
+    return name == "hbacmd" || name == "lspci" || name == "rpm" || name == "depmod" || name == "multipathd";
 }
 
 int Dispatch(const std::string& program, qdmsim::Args args) {

@@ -10,6 +10,7 @@
 #include "cli/Console.h"
 #include "model/HostError.h"
 #include "model/Vocabulary.h"
+#include "HostSys.h"
 
 namespace qdmcli {
 

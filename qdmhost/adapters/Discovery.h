@@ -1,7 +1,6 @@
 #pragma once
-// Pure parsing for adapter discovery: PCI addresses, the host's device
-// identifiers. No files, no processes: the
-// caller supplies the texts.
+// Pure parsing for adapter discovery: PCI addresses and the host's device
+// identifiers. No files, no processes: the caller supplies the texts.
 #include <string>
 #include <utility>
 #include <vector>

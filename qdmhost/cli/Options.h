@@ -20,8 +20,10 @@ struct Options {
     std::string trustAction;      // trust: add, list or remove
     std::string trustArgument;    // trust add: key file; trust remove: key id
     int waitSeconds = 0;
-    std::string outFolder;       // report
-    std::string textfileFolder;  // metrics
+    bool allowPathLoss = false;      // flash an adapter that carries a map's last healthy path, loudly
+    unsigned pathWaitSeconds = 300;  // how long a flashed adapter's paths may take to come back
+    std::string outFolder;           // report
+    std::string textfileFolder;      // metrics
 
     std::string RepositoryFolder() const { return repository.empty() ? root + "/repository" : repository; }
     std::string HostFolder() const { return root + "/qdmhost"; }

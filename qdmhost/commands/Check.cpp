@@ -17,6 +17,7 @@ Outcome<ServerSurvey> RunCheck(const Options& options) {
     scope.bootBios = true;
     scope.utilityCheck = true;
     scope.missingComponents = true;
+    scope.paths = true;
     Outcome<ServerSurvey> outcome{SurveyFromOptions(options, scope)};
     for (const PortSurvey& port : outcome.result.ports)
         if (port.utilityCheck == kUtilityRefused) outcome.exitCode = WorseExitCode(outcome.exitCode, kExitRefused);

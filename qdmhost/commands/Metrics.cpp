@@ -30,6 +30,7 @@ Outcome<MetricsSummary> RunMetrics(const Options& options) {
         scope.modules = SurveyScope::Modules::kInventory;
         scope.bootBios = true;
         scope.utilityCheck = true;
+        scope.paths = true;
         scope.allowDowngrade = options.allowDowngrade;
         survey = SurveyFromOptions(options, scope);
         // The adapters are served all the same; the repository's failure decides the exit code.

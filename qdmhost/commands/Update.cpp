@@ -8,8 +8,10 @@
 #include <set>
 
 #include "adapters/InstallRoot.h"
+#include "adapters/PathReader.h"
 #include "cli/Command.h"
 #include "cli/Console.h"
+#include "commands/FirmwareGuard.h"
 #include "model/HostError.h"
 #include "model/Vocabulary.h"
 #include "render/JsonRenderer.h"
@@ -103,9 +105,10 @@ private:
 
 // What the plan says for one module read afresh: its status when there is
 // nothing to do, refused when the provider's condition check says no, else
-// planned. The same decision for --dry-run and for the update.
-ModuleOutcome Plan(const Port& port, const ModuleReading& reading) {
-    ModuleOutcome result{port, reading, reading.status, "", false, std::nullopt, false, "", "", 0};
+// planned, unless the multipath guard refuses a firmware. The same decision
+// for --dry-run and for the update.
+ModuleOutcome Plan(const Port& port, const ModuleReading& reading, FirmwareGuard& guard) {
+    ModuleOutcome result{port, reading, reading.status, "", false, std::nullopt, false, "", "", 0, {}, false, {}};
     if (!PlanRuns(reading.plan)) return result;
     if (port.badWwpn) {
         result.outcome = kRefused;
@@ -121,11 +124,12 @@ ModuleOutcome Plan(const Port& port, const ModuleReading& reading) {
     }
     result.outcome = kPlanned;
     result.downgrade = reading.plan == "downgrade";
+    if (reading.kind == kFirmware) guard.Judge(port, result);
     return result;
 }
 
-ModuleOutcome UpdateModule(const Port& port, const ModuleReading& reading) {
-    ModuleOutcome result = Plan(port, reading);
+ModuleOutcome UpdateModule(const Port& port, const ModuleReading& reading, FirmwareGuard& guard) {
+    ModuleOutcome result = Plan(port, reading, guard);
     if (result.outcome != kPlanned) return result;
     auto start = std::chrono::steady_clock::now();
     result.outcome = ModuleUpdate(port, result.reading).Run(&result.failedStep);
@@ -174,32 +178,41 @@ void RecheckUnderLock(const Options& options, const Repository& repository) {
 }
 
 // The dry run's plan: the survey in update order, each module decided.
-std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& repository, const Options& options) {
+std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& repository, const Options& options,
+                                   FirmwareGuard& guard) {
     SurveyScope scope;
     scope.modules = SurveyScope::Modules::kUpdateOrder;
     scope.afresh = true;
     scope.allowDowngrade = options.allowDowngrade;
     std::vector<ModuleOutcome> plan;
     for (const PortSurvey& port : SurveyServer(ports, repository, scope, options.root).ports)
-        for (const ModuleReading& reading : port.modules) plan.push_back(Plan(port.port, reading));
+        for (const ModuleReading& reading : port.modules) plan.push_back(Plan(port.port, reading, guard));
     return plan;
 }
 
 // Each module is read afresh just before its turn: an earlier update (a
 // host-wide driver or utility, a sibling function's firmware) may have changed it.
-std::vector<ModuleOutcome> UpdateAll(std::vector<Port>& ports, const Repository& repository, const Options& options,
-                                     const Provenance& provenance) {
-    std::vector<ModuleOutcome> results;
+// After a flash the adapter's paths must come back before anything else runs:
+// else the run stops, so that a bad image cannot take the next adapter's paths too.
+void UpdateAll(std::vector<Port>& ports, const Repository& repository, const Options& options, FirmwareGuard& guard,
+               UpdateRun& run) {
     for (const Port& port : ports)
         for (const std::string& kind : UpdateOrder(port.vendor)) {
             ModuleReading reading = ReadModuleAfresh(port, kind, repository);
             reading.plan = UpdatePlan(reading.status, reading.hasPackage, options.allowDowngrade);
-            results.push_back(UpdateModule(port, reading));
-            const std::string& outcome = results.back().outcome;
-            if (outcome == kUpdated || ExitCodeOf(outcome) != kExitOk)
-                RecordHistory(options, results.back(), provenance);
+            run.results.push_back(UpdateModule(port, reading, guard));
+            ModuleOutcome& result = run.results.back();
+            if (result.ran && kind == kFirmware) result.pathsNotRestored = guard.AwaitPaths(port);
+            if (result.outcome == kUpdated || ExitCodeOf(result.outcome) != kExitOk)
+                RecordHistory(options, result, run.provenance);
+            if (!result.pathsNotRestored.empty()) {
+                run.stopped =
+                    RunStop{kReasonPathsNotRestored, AdapterOf(PciAddressOf(port.deviceId)), result.pathsNotRestored};
+                Warn("stopped: the paths of " + run.stopped->adapter + " did not come back within " +
+                     std::to_string(options.pathWaitSeconds) + "s");
+                return;
+            }
         }
-    return results;
 }
 
 Outcome<UpdateRun> RunUpdate(const Options& options) {
@@ -218,15 +231,30 @@ Outcome<UpdateRun> RunUpdate(const Options& options) {
     run.dryRun = options.dryRun;
     run.repository = StateOf(repository);
     run.provenance = ProvenanceOf(repository.trust());
-    run.results = options.dryRun ? PlanAll(session.ports(), repository, options)
-                                 : UpdateAll(session.ports(), repository, options, run.provenance);
+    FirmwareGuard guard(options, SurveyPaths(session.ports(), options.root));
+    run.paths = guard.firstLook();
+    if (options.dryRun)
+        run.results = PlanAll(session.ports(), repository, options, guard);
+    else
+        UpdateAll(session.ports(), repository, options, guard, run);
     for (const ModuleOutcome& result : run.results)
         outcome.exitCode = WorseExitCode(outcome.exitCode, ExitCodeOf(result.outcome));
+    if (run.stopped) outcome.exitCode = WorseExitCode(outcome.exitCode, kExitUpdateFailed);
     return outcome;
 }
 
 void AddUpdateOptions(CLI::App& command, Options& options) {
     command.add_flag("--dry-run", options.dryRun, "show the plan only");
+    command.add_flag("--allow-path-loss", options.allowPathLoss,
+                     "flash an adapter even when it carries the last active and ready path of a multipath map "
+                     "(warned about and recorded in the history)");
+    command
+        .add_option("--path-wait", options.pathWaitSeconds,
+                    "after flashing an adapter, how long to wait for its active paths to be active and ready again "
+                    "before the next adapter; else the run stops (exit 3, paths-not-restored)")
+        ->type_name("SECONDS")
+        ->default_val(300)
+        ->check(CLI::Range(0u, 86400u));
 }
 
 }  // namespace

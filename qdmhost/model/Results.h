@@ -25,13 +25,25 @@ struct ModuleOutcome {
     Port port;
     ModuleReading reading;
     std::string outcome;  // a status when nothing was to do, else planned, refused, updated, failed...
-    std::string reason;   // why a module was refused before its condition check (bad-wwpn)
+    std::string reason;   // why a module was refused outside its condition check (bad-wwpn, last-path)
     bool downgrade = false;
     std::optional<std::vector<OperatorMessage>> messages;  // refused or run: what the provider said
     bool ran = false;                                      // the steps ran: the fields below are set
     std::string now;                                       // the version read after the steps
     std::string failedStep;                                // empty when none failed
     double seconds = 0;
+    // The multipath guard's part, for firmware: the maps that would lose (or,
+    // with --allow-path-loss, lost) their last healthy path.
+    std::vector<std::string> maps;
+    bool pathLossAllowed = false;
+    std::vector<std::string> pathsNotRestored;  // after the flash, within --path-wait
+};
+
+// Why an update run stopped before its end.
+struct RunStop {
+    std::string reason;  // kReasonPathsNotRestored
+    std::string adapter;
+    std::vector<std::string> paths;
 };
 
 struct UpdateRun {
@@ -39,6 +51,8 @@ struct UpdateRun {
     RepositoryState repository;
     Provenance provenance;
     std::vector<ModuleOutcome> results;
+    PathSurvey paths;  // as the run found them
+    std::optional<RunStop> stopped;
 };
 
 struct ReportSummary {

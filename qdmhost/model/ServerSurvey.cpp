@@ -3,6 +3,7 @@
 #include <list>
 
 #include "adapters/ConfigReport.h"
+#include "adapters/PathReader.h"
 #include "model/Vocabulary.h"
 
 namespace qdmcli {
@@ -97,6 +98,7 @@ ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository
     }
     if (scope.utilityCheck)
         for (PortSurvey& port : survey.ports) port.utilityCheck = UtilityCheck(port.port, repository);
+    if (scope.paths) survey.paths = SurveyPaths(ports, root);
     return survey;
 }
 

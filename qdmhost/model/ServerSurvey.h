@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "adapters/Session.h"
+#include "model/PathGuard.h"
 #include "repository/Repository.h"
 
 namespace qdmcli {
@@ -45,6 +46,7 @@ struct ServerSurvey {
     RepositoryState repository;
     std::vector<PortSurvey> ports;
     std::vector<std::string> missingComponents;  // host-wide; asked of the first port
+    PathSurvey paths;
 };
 
 // What a command needs to know; each part costs tool runs.
@@ -56,6 +58,7 @@ struct SurveyScope {
     bool bootBios = false;
     bool utilityCheck = false;
     bool missingComponents = false;
+    bool paths = false;  // multipath paths per adapter (runs multipathd)
 };
 
 ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository, const SurveyScope& scope,

@@ -69,7 +69,45 @@ Json CheckJson(const ServerSurvey& survey) {
     return {{"missingComponents", survey.missingComponents},
             {"repositoryVerified", VerifiedJson(survey.repository)},
             {"repositoryProblem", ProblemJson(survey.repository)},
-            {"ports", ports}};
+            {"ports", ports},
+            {"paths", PathSurveyJson(survey.paths)}};
+}
+
+namespace {
+
+Json PathsJson(const std::vector<RoutedPath>& paths) {
+    Json list = Json::array();
+    for (const RoutedPath& routed : paths)
+        list.push_back({{"device", routed.path.device},
+                        {"hctl", routed.path.hctl},
+                        {"port", OrNull(routed.function, !routed.function.empty())},
+                        {"wwpn", OrNull(routed.wwpn, !routed.wwpn.empty())},
+                        {"dmState", routed.path.dmState},
+                        {"checker", routed.path.checker}});
+    return list;
+}
+
+Json AdapterPathsJson(const AdapterPaths& adapter) {
+    Json maps = Json::array();
+    for (const MapThroughAdapter& map : adapter.maps)
+        maps.push_back({{"map", map.map},
+                        {"wwid", map.wwid},
+                        {"paths", PathsJson(map.paths)},
+                        {"otherHealthyPaths", PathsJson(map.otherHealthy)},
+                        {"soleHealthyHere", map.soleHealthyHere}});
+    return {{"adapter", adapter.adapter},
+            {"ports", adapter.functions},
+            {"verdict", adapter.verdict},
+            {"solePathMaps", adapter.SolePathMaps()},
+            {"maps", maps}};
+}
+
+}  // namespace
+
+Json PathSurveyJson(const PathSurvey& paths) {
+    Json adapters = Json::array();
+    for (const AdapterPaths& adapter : paths.adapters) adapters.push_back(AdapterPathsJson(adapter));
+    return {{"multipath", paths.multipath}, {"note", OrNull(paths.note, !paths.note.empty())}, {"adapters", adapters}};
 }
 
 Json ModuleOutcomeJson(const ModuleOutcome& result) {
@@ -89,6 +127,9 @@ Json ModuleOutcomeJson(const ModuleOutcome& result) {
         json["failedStep"] = OrNull(result.failedStep, !result.failedStep.empty());
         json["seconds"] = result.seconds;
     }
+    if (!result.maps.empty()) json["maps"] = result.maps;
+    if (result.pathLossAllowed) json["pathLossAllowed"] = true;
+    if (!result.pathsNotRestored.empty()) json["pathsNotRestored"] = result.pathsNotRestored;
     return json;
 }
 
@@ -104,6 +145,11 @@ Json UpdateJson(const UpdateRun& run) {
     for (const ModuleOutcome& result : run.results) results.push_back(ModuleOutcomeJson(result));
     Json json = {{"dryRun", run.dryRun}, {"repositoryVerified", VerifiedJson(run.repository)}, {"results", results}};
     json.update(ProvenanceJson(run.provenance));
+    json["paths"] = PathSurveyJson(run.paths);
+    json["stopped"] =
+        run.stopped
+            ? Json{{"reason", run.stopped->reason}, {"adapter", run.stopped->adapter}, {"paths", run.stopped->paths}}
+            : Json(nullptr);
     return json;
 }
 

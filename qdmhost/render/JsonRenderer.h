@@ -14,6 +14,8 @@ nlohmann::json UpdateJson(const UpdateRun& run);
 // One result of an update, as the document and the history hold it.
 nlohmann::json ModuleOutcomeJson(const ModuleOutcome& outcome);
 nlohmann::json ProvenanceJson(const Provenance& provenance);
+// The multipath paths per adapter with each adapter's verdict.
+nlohmann::json PathSurveyJson(const PathSurvey& paths);
 nlohmann::json ReportJson(const ReportSummary& report);
 nlohmann::json MetricsJson(const MetricsSummary& metrics);
 nlohmann::json HistoryJson(const HistoryEntries& history);

@@ -61,6 +61,16 @@ void PortFamilies(Exposition& out, const std::vector<PortSurvey>& ports) {
                        port.utilityCheck == result);
 }
 
+// Only when multipathd answered: elsewhere there is nothing to count.
+void PathFamilies(Exposition& out, const PathSurvey& paths) {
+    if (!paths.multipath) return;
+    out.Family("qdmhost_adapter_sole_path_maps",
+               "Multipath maps whose only active and ready paths run through this adapter: a single point of "
+               "failure, and what the update guard refuses to flash.");
+    for (const AdapterPaths& adapter : paths.adapters)
+        out.Sample("qdmhost_adapter_sole_path_maps", {{"adapter", adapter.adapter}}, adapter.SolePathMaps());
+}
+
 // The last recorded update of each port and module kind.
 void HistoryFamilies(Exposition& out, const std::vector<Json>& history) {
     // Keyed by the labels, so that no two samples of a family share them.
@@ -113,6 +123,7 @@ Exposition MetricsExposition(const ServerSurvey& survey, const std::vector<Json>
                              const std::optional<HostError>& failure, double seconds) {
     Exposition out;
     PortFamilies(out, survey.ports);
+    PathFamilies(out, survey.paths);
     RepositoryFamily(out, survey.repository);
     HistoryFamilies(out, history);
     RunFamilies(out, failure, seconds);

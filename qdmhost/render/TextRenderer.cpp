@@ -45,8 +45,16 @@ std::string RepositoryVersion(const ModuleReading& reading) {
     return Cell(reading.package.version) + (reading.repositoryVerified ? "" : " (unverified)");
 }
 
+std::string Joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+    return text;
+}
+
 std::string OutcomeCell(const ModuleOutcome& result) {
     std::string outcome = result.outcome;
+    if (!result.reason.empty()) outcome += " (" + result.reason + ": " + Joined(result.maps) + ")";
+    if (result.pathLossAllowed) outcome += " (path loss allowed: " + Joined(result.maps) + ")";
     if (!result.failedStep.empty()) outcome += " (" + result.failedStep + ")";
     if (result.ran && result.outcome != "updated") outcome += ", reports " + Cell(result.now);
     return outcome;
@@ -67,6 +75,28 @@ std::string MessageIds(const Json& entry) {
         if (message.is_object() && message.contains("id") && message["id"].is_string())
             ids += (ids.empty() ? "" : ",") + message["id"].get<std::string>();
     return ids.empty() ? "-" : ids;
+}
+
+std::string PathNames(const std::vector<RoutedPath>& paths, bool withAdapter) {
+    std::vector<std::string> names;
+    for (const RoutedPath& routed : paths)
+        names.push_back(routed.Name() + " " + routed.path.dmState + "/" + routed.path.checker +
+                        (withAdapter ? " via " + routed.adapter : ""));
+    return names.empty() ? "none" : Joined(names);
+}
+
+// Per adapter, the maps it carries, its paths, the other healthy paths and the verdict.
+std::string PathsText(const PathSurvey& paths) {
+    if (!paths.surveyed) return "";
+    std::string text = "\nMultipath paths per adapter" + (paths.note.empty() ? "" : " (" + paths.note + ")") + ":\n";
+    std::vector<Row> rows = {{"ADAPTER", "VERDICT", "MAP", "PATHS THROUGH IT", "OTHER HEALTHY PATHS"}};
+    for (const AdapterPaths& adapter : paths.adapters) {
+        if (adapter.maps.empty()) rows.push_back({adapter.adapter, adapter.verdict, "-", "-", "-"});
+        for (const MapThroughAdapter& map : adapter.maps)
+            rows.push_back({adapter.adapter, adapter.verdict, map.map, PathNames(map.paths, false),
+                            PathNames(map.otherHealthy, true)});
+    }
+    return text + Table(rows);
 }
 
 }  // namespace
@@ -93,7 +123,7 @@ std::string CheckText(const ServerSurvey& survey) {
     std::vector<Row> rows = {{"PORT", "WWPN", "UTILITY CONFIGURATION"}};
     for (const PortSurvey& port : survey.ports)
         rows.push_back({port.port.deviceId, Cell(port.port.wwpn), port.utilityCheck});
-    return "Missing components: " + missing + "\n" + Table(rows);
+    return "Missing components: " + missing + "\n" + Table(rows) + PathsText(survey.paths);
 }
 
 std::string UpdateText(const UpdateRun& run) {
@@ -102,7 +132,12 @@ std::string UpdateText(const UpdateRun& run) {
         rows.push_back({result.port.deviceId.substr(0, 12), ModuleKindLabel(result.reading.kind),
                         Cell(result.reading.operating),
                         result.reading.hasPackage ? Cell(result.reading.package.version) : "-", OutcomeCell(result)});
-    return (run.dryRun ? "Update plan (dry run, nothing changed):\n" : "") + Table(rows);
+    std::string stopped;
+    if (run.stopped)
+        stopped = "\nStopped (" + run.stopped->reason + "): the paths of " + run.stopped->adapter +
+                  " did not come back: " + Joined(run.stopped->paths) + "\n";
+    return (run.dryRun ? "Update plan (dry run, nothing changed):\n" : "") + Table(rows) + stopped +
+           (run.dryRun ? PathsText(run.paths) : "");
 }
 
 std::string ReportText(const ReportSummary& report) {

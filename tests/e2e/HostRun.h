@@ -243,6 +243,15 @@ public:
     std::map<std::string, std::string> baseline_;
 };
 
+// With --json, standard output holds one document naming the command and its exit code.
+inline json Document(const e2e::HostRun& run, const std::string& command, int exitCode) {
+    EXPECT_EQ(run.exitCode, exitCode) << command << " " << run.err;
+    json document = json::parse(run.out, nullptr, false);
+    EXPECT_EQ(document.value("command", "") + " " + document["exitCode"].dump(), command + " " + std::to_string(exitCode))
+        << run.out;
+    return document;
+}
+
 // A table of scenes, one test a row.
 template <class Row>
 class E2eTable : public E2eTest, public ::testing::WithParamInterface<Row> {};

@@ -13,16 +13,8 @@ namespace {
 
 using e2e::E2eTest;
 using e2e::json;
+using e2e::Document;
 using e2e::Outcomes;
-
-// With --json, standard output holds one document naming the command and its exit code.
-json Document(const e2e::HostRun& run, const std::string& command, int exitCode) {
-    EXPECT_EQ(run.exitCode, exitCode) << command << " " << run.err;
-    json document = json::parse(run.out, nullptr, false);
-    EXPECT_EQ(document.value("command", "") + " " + document["exitCode"].dump(), command + " " + std::to_string(exitCode))
-        << run.out;
-    return document;
-}
 
 // Inventory and report against their golden files; the table shows the inventory, the report follows --port.
 TEST_F(E2eTest, InventoryAndReportMatchGolden) {

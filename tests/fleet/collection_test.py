@@ -11,6 +11,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "ansible"))
 from ansible_collections.velmora.fc.plugins.module_utils import qdmhost  # noqa: E402
+from ansible_collections.velmora.fc.plugins.modules import fc_info, fc_update  # noqa: E402
 from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_port_status, fleet_server, fleet_server_group  # noqa: E402
 from ansible_collections.velmora.fc.plugins.action import fleet_report  # noqa: E402
 
@@ -54,6 +55,24 @@ class ParseOutput(unittest.TestCase):
                                      accepted=(0, 5))
         self.assertEqual(answer, qdmhost.Answer({"missingComponents": [], "error": {"name": "refused"}},
                                                 dict(ENVELOPE, exitCode=5, exitName="refused"), 5, "refused"))
+
+
+class PathGuard(unittest.TestCase):
+    def test_options_verdicts_and_failures(self):
+        argv = qdmhost.command_line(dict(qdmhost="q", allow_path_loss=True, path_wait=30), ["update"])
+        self.assertEqual(argv, ["q", "--json", "update", "--allow-path-loss", "--path-wait", "30"])
+        check = {"paths": {"adapters": [
+            {"adapter": "0000:03:00", "verdict": "last-path", "solePathMaps": 1,
+             "maps": [{"map": "mpatha", "otherHealthyPaths": []}, {"map": "mpathb", "otherHealthyPaths": [{}]}]}]}}
+        self.assertEqual(fc_info.path_verdicts(check), [
+            {"adapter": "0000:03:00", "verdict": "last-path", "solePathMaps": 1, "lastPathMaps": ["mpatha"]}])
+        self.assertEqual(fc_info.path_verdicts({}), [])  # an older qdmhost: no paths at all
+        refused = {"deviceId": "0000:03:00.0-PCI", "wwpn": "W", "kind": "firm", "outcome": "refused",
+                   "reason": "last-path", "maps": ["mpatha"]}
+        stopped = {"stopped": {"reason": "paths-not-restored", "adapter": "0000:03:00", "paths": ["sdb (1:0:0:1)"]}}
+        self.assertEqual(fc_update.failure_details([refused]) + fc_update.stop_details(stopped),
+                         ["0000:03:00.0 W firm refused (last-path: mpatha)",
+                          "stopped (paths-not-restored): the paths of 0000:03:00 did not come back: sdb (1:0:0:1)"])
 
 
 class Run(unittest.TestCase):

@@ -32,6 +32,7 @@ def _entry(name, state, message="", result=None):
         "repositoryVerified": result.get("repository_verified"),
         "ports": result.get("ports") or [],
         "check": result.get("check"),
+        "solePathAdapters": result.get("sole_path_adapters") or [],
     }
 
 

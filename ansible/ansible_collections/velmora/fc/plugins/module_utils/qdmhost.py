@@ -75,7 +75,13 @@ def command_line(params, command):
     for flag in ("allow_unsigned", "allow_downgrade"):
         if params.get(flag):
             argv.append("--" + flag.replace("_", "-"))
-    return argv + list(command)
+    argv += list(command)
+    # Options of the update command itself.
+    if params.get("allow_path_loss"):
+        argv.append("--allow-path-loss")
+    if params.get("path_wait") is not None:
+        argv += ["--path-wait", str(params["path_wait"])]
+    return argv
 
 
 def _excerpt(text):

@@ -20,6 +20,7 @@ description:
   - The check result lists missing components (the adapter management utility) and, per port,
     whether the utility configuration would allow a utility update. A check that finds a missing
     component or a refusing configuration is reported, not failed; the caller decides.
+  - The check's multipath paths per adapter and their verdicts (C(path_verdicts)).
   - Never changes anything on the server.
 author:
   - Velmora
@@ -86,6 +87,23 @@ check:
     ports:
       - {deviceId: "0000:05:00.0-PCI\\VEN_10DF&DEV_E200&SUBSYS_E20010DF", wwpn: "10000090FAC30001",
          utilityCheck: passed}
+path_verdicts:
+  description:
+    - The multipath guard's verdict per adapter (all PCI functions of one PCI device), from the check
+      C(safe) (every map through it keeps an active and ready path through another adapter),
+      C(last-path) (a firmware update would be refused) or C(no-multipath).
+  returned: success
+  type: list
+  elements: dict
+  sample:
+    - {adapter: "0000:05:00", verdict: last-path, solePathMaps: 1, lastPathMaps: [mpatha]}
+sole_path_adapters:
+  description: The adapters of I(path_verdicts) that carry the only healthy path of a map (a single point of failure).
+  returned: success
+  type: list
+  elements: dict
+  sample:
+    - {adapter: "0000:05:00", verdict: last-path, solePathMaps: 1, lastPathMaps: [mpatha]}
 pending:
   description:
     - The modules that an update would change (status C(older), C(newer) or C(unreadable)), one
@@ -161,15 +179,25 @@ def only(fields, port):
     return {name: port[name] for name in fields if name in port}
 
 
+def path_verdicts(check):
+    adapters = (check.get("paths") or {}).get("adapters") or []
+    return [dict(adapter=a.get("adapter"), verdict=a.get("verdict"), solePathMaps=a.get("solePathMaps", 0),
+                 lastPathMaps=[m.get("map") for m in a.get("maps") or [] if not m.get("otherHealthyPaths")])
+            for a in adapters]
+
+
 def main():
     module = AnsibleModule(argument_spec=common_argument_spec(default_timeout=600), supports_check_mode=True)
     check = run_for_module(module, ["check"], accepted=CHECK_FINDINGS)
     checked_ports = check.document.get("ports", [])
     ports = [only(INVENTORY_FIELDS, port) for port in checked_ports]
+    verdicts = path_verdicts(check.document)
     module.exit_json(
         changed=False,
         ports=ports,
         pending=pending(ports),
+        path_verdicts=verdicts,
+        sole_path_adapters=[v for v in verdicts if v["solePathMaps"] > 0],
         check=dict(check.document, ports=[only(CHECK_FIELDS, port) for port in checked_ports]),
         check_exit_code=check.exit_code,
         check_exit_name=check.exit_name,

@@ -45,6 +45,20 @@ options:
         a module is left alone and reported as C(newer).
     type: bool
     default: false
+  allow_path_loss:
+    description:
+      - Flash an adapter even when it carries the last active and ready path of a multipath map
+        (qdmhost C(--allow-path-loss)); qdmhost warns and the history records it. Without it such a
+        firmware update is refused and the module fails with I(exit_name=refused) and reason C(last-path).
+    type: bool
+    default: false
+  path_wait:
+    description:
+      - Seconds to wait, after an adapter is flashed, for its paths to be active and ready again before
+        the next adapter (qdmhost C(--path-wait)). Else the update stops and the module fails with
+        I(exit_name=update-failed) and reason C(paths-not-restored).
+    type: int
+    default: 300
   timeout:
     description:
       - Seconds the update may take. A run that has not finished by then is killed, with the adapter
@@ -146,7 +160,9 @@ exit_name:
   type: str
   sample: refused
 reason:
-  description: Why qdmhost did not trust the repository (C(unsigned), C(bad-signature), C(expired), C(rollback), ...).
+  description:
+    - Why qdmhost did not trust the repository (C(unsigned), C(bad-signature), C(expired), C(rollback), ...),
+      or why the multipath guard refused a firmware (C(last-path)) or stopped the run (C(paths-not-restored)).
   returned: when qdmhost names one
   type: str
   sample: expired
@@ -194,9 +210,19 @@ def failure_details(results):
         if result.get("outcome") in FAILED_OUTCOMES:
             texts = [str(m.get("text")) for m in result.get("messages") or [] if isinstance(m, dict)]
             step = " in step %s" % result["failedStep"] if result.get("failedStep") else ""
-            details.append("%s %s %s%s%s" % (port_name(result), result.get("kind"), result.get("outcome"), step,
-                                             (": " + " / ".join(texts)) if texts else ""))
+            guard = " (%s: %s)" % (result["reason"], ", ".join(result.get("maps") or [])) if result.get("reason") else ""
+            details.append("%s %s %s%s%s%s" % (port_name(result), result.get("kind"), result.get("outcome"), guard, step,
+                                               (": " + " / ".join(texts)) if texts else ""))
     return details
+
+
+def stop_details(document):
+    """Why the run stopped before its end: the adapter whose paths did not come back."""
+    stopped = document.get("stopped")
+    if not isinstance(stopped, dict):
+        return []
+    return ["stopped (%s): the paths of %s did not come back: %s" % (
+        stopped.get("reason"), stopped.get("adapter"), ", ".join(str(p) for p in stopped.get("paths") or []))]
 
 
 def summary(document, exit_code, exit_name, dry_run):
@@ -216,7 +242,11 @@ def fail(module, error, dry_run):
     document = error.document or {}
     result = summary(document, error.exit_code, error.exit_name, dry_run) if document.get("results") else {}
     result.update(error.to_result(), dry_run=dry_run)
-    details = failure_details(result.get("results", []))
+    details = failure_details(result.get("results", [])) + stop_details(document)
+    refusal = next((r.get("reason") for r in result.get("results", []) if r.get("reason")), None)
+    stopped = document.get("stopped")
+    if not error.reason and (refusal or isinstance(stopped, dict)):
+        result["reason"] = stopped.get("reason") if isinstance(stopped, dict) else refusal
     message = str(error) if not details else "qdmhost failed: %s (exit %s): %s" % (
         error.exit_name, error.exit_code, "; ".join(details))
     module.fail_json(msg=message, changed=bool(result.get("updated")) and not dry_run, **result)
@@ -225,7 +255,8 @@ def fail(module, error, dry_run):
 def main():
     options = common_argument_spec(default_timeout=3600)
     options.update(wait=dict(type="int", default=0), allow_unsigned=dict(type="bool", default=False),
-                   allow_downgrade=dict(type="bool", default=False))
+                   allow_downgrade=dict(type="bool", default=False), allow_path_loss=dict(type="bool", default=False),
+                   path_wait=dict(type="int", default=300))
     module = AnsibleModule(argument_spec=options, supports_check_mode=True)
     dry_run = module.check_mode
     command = ["update", "--dry-run"] if dry_run else ["update"]
