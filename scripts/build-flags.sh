@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034  # hardening_flags is for the scripts that source this
 # Sourced by the scripts that build the product: exports the distribution's
 # build flags (dpkg-buildflags with every hardening feature: fortify, stack
 # protector, relro, bind-now, PIE) and sets hardening_flags, the same as
