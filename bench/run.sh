@@ -49,7 +49,7 @@ server_state() {
 make_install_root() {
     local root=$1
     mkdir -p "$root/qdmhost"
-    cp "$source_dir"/sim/data/*.ini "$root/"
+    cp "$source_dir"/provider/data/*.ini "$root/"
     cat >"$root/qdmhost/devices.json" <<'JSON'
 {"devices": [{"match": "PCI\\VEN_10DF&DEV_E200", "class": "CFC_EMULEX_16G_Vendor"}]}
 JSON

@@ -6,7 +6,7 @@
 #include <sodium.h>
 
 #include "FuzzSupport.h"
-#include "Minisign.h"
+#include "repository/Minisign.h"
 
 namespace {
 

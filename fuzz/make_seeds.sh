@@ -20,7 +20,7 @@ listing() { { printf 'Port WWN|Permanent MAC\\\nManageable HBA List\\\n:\\\n'; c
 # The golden listings hold the tool's error outputs too.
 for file in "$fuzz"/../tests/golden/listhbas/*.txt; do listing '\0000\0001\0000\0004' "golden_$(basename "$file" .txt)" <"$file"; done
 # INI files: section, key, the file, then the buffer size.
-for ini in "$fuzz"/../tests/golden/ini/*.ini "$fuzz"/../sim/data/*.ini; do
+for ini in "$fuzz"/../tests/golden/ini/*.ini "$fuzz"/../provider/data/*.ini; do
     { printf 'SuportDevice\\\nDevice1\\\n'; cat "$ini"; printf '\001\000'; } >"$corpus/fuzz_profile/$(basename "$(dirname "$ini")")_$(basename "$ini")"
 done
 # Configuration files: the text, then the flag before and the file (1: discovery).

@@ -1,3 +1,3 @@
-#include "Cli.h"
+#include "cli/Cli.h"
 
 int main(int argc, char** argv) { return qdmcli::RunCli(argc, argv); }

@@ -20,8 +20,8 @@ demo_install_server() {
 # The install root's supported-device lists and table.
 demo_prepare_root() {
     mkdir -p "$demo_root/qdmhost"
-    cp sim/data/FcVCFac.ini sim/data/CnaVCFac.ini "$demo_root/"
-    cp qdmhost/devices.json "$demo_root/qdmhost/"
+    cp provider/data/FcVCFac.ini provider/data/CnaVCFac.ini "$demo_root/"
+    cp qdmhost/adapters/devices.json "$demo_root/qdmhost/"
 }
 
 # Shows a command line, then runs it.

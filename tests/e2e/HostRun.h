@@ -108,8 +108,8 @@ public:
         qdmtest::RemoveTree(kRoot);
         const std::string source = QDM_SOURCE_DIR;
         for (const char* ini : {"/FcVCFac.ini", "/CnaVCFac.ini"})
-            qdmtest::WriteFile(kRoot + ini, qdmtest::ReadFile(source + "/sim/data" + ini));
-        qdmtest::WriteFile(kRoot + "/qdmhost/devices.json", qdmtest::ReadFile(source + "/qdmhost/devices.json"));
+            qdmtest::WriteFile(kRoot + ini, qdmtest::ReadFile(source + "/provider/data" + ini));
+        qdmtest::WriteFile(kRoot + "/qdmhost/devices.json", qdmtest::ReadFile(source + "/qdmhost/adapters/devices.json"));
         folder_ = qdmtest::MakeTempDir("e2e");
         repo_ = folder_ + "/repo";
         std::filesystem::create_directories(folder_ + "/out");  // the runs' outputs

@@ -5,12 +5,13 @@
 
 #include <set>
 
-#include "Catalogue.h"
-#include "Discovery.h"
-#include "ExitCodes.h"
-#include "HostError.h"
-#include "Metrics.h"
-#include "Modules.h"
+#include "repository/Repository.h"
+#include "adapters/DeviceTable.h"
+#include "adapters/Discovery.h"
+#include "model/ExitCodes.h"
+#include "model/HostError.h"
+#include "render/Exposition.h"
+#include "model/Vocabulary.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 #include "Archive.h"
 #include "HostRun.h"
-#include "Minisign.h"
+#include "repository/Minisign.h"
 
 namespace {
 

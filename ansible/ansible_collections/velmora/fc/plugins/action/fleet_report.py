@@ -16,7 +16,7 @@ import tempfile
 import jinja2
 from ansible.errors import AnsibleActionFail
 from ansible.plugins.action import ActionBase
-from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_server
+from ansible_collections.velmora.fc.plugins.filter.fleet import FILTERS, fleet_server
 
 TEMPLATES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "playbooks", "templates")
 
@@ -32,6 +32,7 @@ def render_report(fleet):
     (the template escapes every value itself), blocks trimmed."""
     environment = jinja2.Environment(loader=jinja2.FileSystemLoader(TEMPLATES), trim_blocks=True,
                                      undefined=jinja2.StrictUndefined, autoescape=False)
+    environment.filters.update({"velmora.fc." + name: function for name, function in FILTERS.items()})
     return environment.get_template("fleet_report.html.j2").render(fleet=fleet)
 
 

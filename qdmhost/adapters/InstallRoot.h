@@ -1,0 +1,11 @@
+#pragma once
+// The install root a command works below.
+#include "cli/Options.h"
+
+namespace qdmcli {
+
+// Validates the root, makes it the host's, sets the trace mask and creates
+// <root>/tmp. Throws HostError.
+void UseInstallRoot(const Options& options);
+
+}  // namespace qdmcli

@@ -1,0 +1,31 @@
+// qdmhost check: missing components and the utility configuration check of every port.
+#include "cli/Command.h"
+#include "commands/Survey.h"
+#include "model/Vocabulary.h"
+#include "render/JsonRenderer.h"
+#include "render/TextRenderer.h"
+
+namespace qdmcli {
+
+namespace {
+
+Outcome<ServerSurvey> RunCheck(const Options& options) {
+    SurveyScope scope;
+    scope.utilityCheck = true;
+    scope.missingComponents = true;
+    Outcome<ServerSurvey> outcome{SurveyFromOptions(options, scope)};
+    for (const PortSurvey& port : outcome.result.ports)
+        if (port.utilityCheck == kUtilityRefused) outcome.exitCode = WorseExitCode(outcome.exitCode, kExitRefused);
+    if (!outcome.result.missingComponents.empty())
+        outcome.exitCode = WorseExitCode(outcome.exitCode, kExitMissingComponent);
+    return outcome;
+}
+
+}  // namespace
+
+Command CheckCommand() {
+    return MakeCommand<ServerSurvey>("check", "check for missing components and the utility configuration", nullptr,
+                                     RunCheck, CheckJson, CheckText);
+}
+
+}  // namespace qdmcli

@@ -1,0 +1,39 @@
+// qdmhost report --out DIR: the provider's device configuration report.
+#include <CLI/CLI.hpp>
+
+#include "FileUtility.h"
+#include "adapters/ConfigReport.h"
+#include "adapters/InstallRoot.h"
+#include "adapters/Session.h"
+#include "cli/Command.h"
+#include "model/HostError.h"
+#include "render/JsonRenderer.h"
+#include "render/TextRenderer.h"
+
+namespace qdmcli {
+
+namespace {
+
+Outcome<ReportSummary> RunReport(const Options& options) {
+    UseInstallRoot(options);
+    if (!IsSafeHostPath(options.outFolder))
+        throw HostError(kExitUsage, "--out must be an absolute path of letters, digits, '/', '_', '-', '.'");
+    if (!CFileUtility::CreateFolder(options.outFolder))
+        throw HostError(kExitInternal, "cannot create " + options.outFolder);
+    Session session(options);
+    std::vector<const Port*> reported = WriteConfigReport(session.ports(), options.outFolder);
+    return {{options.outFolder + "/" + kReportFile, reported.size()}};
+}
+
+void AddReportOptions(CLI::App& command, Options& options) {
+    command.add_option("--out", options.outFolder, "output folder")->required();
+}
+
+}  // namespace
+
+Command ReportCommand() {
+    return MakeCommand<ReportSummary>("report", "write the device configuration report (XML)", AddReportOptions,
+                                      RunReport, ReportJson, ReportText);
+}
+
+}  // namespace qdmcli

@@ -1,0 +1,222 @@
+// qdmhost update [--dry-run]: every selected port's modules, in the vendor's
+// update order, brought to the repository's versions.
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <functional>
+#include <set>
+
+#include "adapters/InstallRoot.h"
+#include "cli/Command.h"
+#include "cli/Console.h"
+#include "model/HostError.h"
+#include "model/Vocabulary.h"
+#include "render/JsonRenderer.h"
+#include "render/TextRenderer.h"
+#include "repository/Staging.h"
+#include "repository/Trust.h"
+#include "store/AcceptedSerials.h"
+#include "store/History.h"
+#include "store/UpdateLock.h"
+#include "util/UtcTime.h"
+
+namespace qdmcli {
+
+namespace {
+
+// Outcomes of one module in an update run.
+const char kUpdated[] = "updated";
+const char kPlanned[] = "planned";
+const char kRefused[] = "refused";
+const char kFailed[] = "failed";
+const char kMismatch[] = "apply-check-mismatch";
+
+int ExitCodeOf(const std::string& outcome) {
+    if (outcome == kRefused) return kExitRefused;
+    if (outcome == kFailed) return kExitUpdateFailed;
+    if (outcome == kMismatch) return kExitApplyCheck;
+    return kExitOk;
+}
+
+class ModuleUpdate {
+public:
+    ModuleUpdate(const Port& port, const ModuleReading& reading) : port_(port), reading_(reading) {}
+
+    // Runs the host steps; answers the outcome, *failedStep names a failed step.
+    std::string Run(std::string* failedStep) {
+        CVendor* vendor = port_.vendor;
+        const std::string& kind = reading_.kind;
+        Register();
+        const std::vector<std::pair<const char*, std::function<int()>>> steps = {
+            {"backup", [&] { return vendor->ExecuteUpdateBackup(kind, "", false); }},
+            {"pre-update", [&] { return vendor->ExecutePreUpdate(kind, false); }},
+            {"update", [&] { return vendor->ExecuteUpdate(kind, false); }},
+        };
+        for (const auto& step : steps) {
+            if (RunStep(step.first, step.second) != 0) {
+                *failedStep = step.first;
+                // Leave no cached reading and no progress inside 25..84 behind.
+                vendor->ExecuteUpdateRestore(kind, "");
+                reading_.module->SetUpdateStatus(CModuleManager::STATUS_FAILURE);
+                return kFailed;
+            }
+        }
+        if (RunStep("restore", [&] { return vendor->ExecuteUpdateRestore(kind, ""); }) != 0)
+            Warn(port_.deviceId + " " + kind + ": the restore step failed; the check may read old values");
+        if (RunStep("apply-check", [&] { return vendor->ExecuteUpdateApplyCheck(kind); }) != 0) {
+            *failedStep = "apply-check";
+            return kMismatch;
+        }
+        return kUpdated;
+    }
+
+private:
+    void Register() {
+        CModuleManager* module = reading_.module;
+        module->InitializeOperatingModuleInfo(reading_.operating);
+        module->SetPrevVendorVersion(reading_.operating);
+        module->SetUpdateVersion(reading_.package.version);
+        // The registered record's version is what the apply check expects.
+        module->CheckRegisterUpdateModule(reading_.package);
+        module->SetUniqueName(reading_.package.uniqueName);
+    }
+
+    int RunStep(const char* step, const std::function<int()>& action) {
+        std::string activity = PciAddressOf(port_.deviceId) + " " + reading_.kind + " " + step;
+        SetActivity(activity);
+        auto start = std::chrono::steady_clock::now();
+        Progress(activity);
+        int result = action();
+        double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        char took[32];
+        std::snprintf(took, sizeof took, "%.1fs", seconds);
+        Progress(activity + (result == 0 ? " done in " : " FAILED after ") + took);
+        SetActivity("");
+        return result;
+    }
+
+    const Port& port_;
+    const ModuleReading& reading_;
+};
+
+// What the plan says for one module read afresh: its status when there is
+// nothing to do, refused when the provider's condition check says no, else
+// planned. The same decision for --dry-run and for the update.
+ModuleOutcome Plan(const Port& port, const ModuleReading& reading) {
+    ModuleOutcome result{port, reading, reading.status, std::nullopt, false, "", "", 0};
+    if (!StatusNeedsUpdate(reading.status) || !reading.hasPackage) return result;
+    TakeOperatorMessages();  // what came before belongs to no update
+    CManageRepositoryInfo package = reading.package;
+    if (port.vendor->CheckUpdateConditionByDevicevendor(reading.kind, &package) != 0) {
+        result.outcome = kRefused;
+        result.messages = TakeOperatorMessages();
+        return result;
+    }
+    result.outcome = kPlanned;
+    return result;
+}
+
+ModuleOutcome UpdateModule(const Port& port, const ModuleReading& reading) {
+    ModuleOutcome result = Plan(port, reading);
+    if (result.outcome != kPlanned) return result;
+    auto start = std::chrono::steady_clock::now();
+    result.outcome = ModuleUpdate(port, result.reading).Run(&result.failedStep);
+    result.ran = true;
+    result.now = result.reading.module->RefreshOperatingVersionCache();
+    result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    result.messages = TakeOperatorMessages();
+    return result;
+}
+
+Provenance ProvenanceOf(const RepositoryTrust& trust) { return {trust.keyId, trust.serial, trust.unsignedAccepted}; }
+
+void RecordHistory(const Options& options, const ModuleOutcome& result, const Provenance& provenance) {
+    nlohmann::json record = ModuleOutcomeJson(result);
+    record.erase("seconds");
+    record["time"] = UtcTimestamp();
+    record.update(ProvenanceJson(provenance));
+    AppendHistory(options.HostFolder(), record);
+}
+
+// Every archive the selected ports could be updated from is staged and
+// checked before the first module runs, so a mismatch refuses the whole
+// update with nothing done.
+void StageArchives(const std::vector<Port>& ports, Repository& repository, StagingArea& staging) {
+    std::set<const CatalogueEntry*> entries;
+    for (const Port& port : ports)
+        for (const std::string& kind : UpdateOrder(port.vendor))
+            if (const CatalogueEntry* entry = repository.EntryFor(port.vendor->GetModelKey(), kind))
+                entries.insert(entry);
+    for (const CatalogueEntry* entry : entries)
+        repository.UseStagedCopy(entry->archive, staging.Stage(repository.folder(), *entry));
+}
+
+// Checked again under the lock: another run may have accepted a newer catalogue since loading.
+void AcceptSerial(const Options& options, const Repository& repository) {
+    const RepositoryTrust& trust = repository.trust();
+    if (trust.keyId.empty() || !trust.serial) return;
+    AcceptedSerials serials(options.HostFolder());
+    CheckNotRolledBack(repository.folder() + "/" + kCatalogueFile, trust.keyId, *trust.serial,
+                       serials.Highest(trust.keyId, trust.realPath));
+    serials.Accept(trust.keyId, trust.realPath, *trust.serial);
+}
+
+// The dry run's plan: the survey in update order, each module decided.
+std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& repository, const Options& options) {
+    SurveyScope scope;
+    scope.modules = SurveyScope::Modules::kUpdateOrder;
+    std::vector<ModuleOutcome> plan;
+    for (const PortSurvey& port : SurveyServer(ports, repository, scope, options.root).ports)
+        for (const ModuleReading& reading : port.modules) plan.push_back(Plan(port.port, reading));
+    return plan;
+}
+
+// Each module is read afresh just before its turn: an earlier update (a
+// host-wide driver or utility, a sibling function's firmware) may have changed it.
+std::vector<ModuleOutcome> UpdateAll(std::vector<Port>& ports, const Repository& repository, const Options& options,
+                                     const Provenance& provenance) {
+    std::vector<ModuleOutcome> results;
+    for (const Port& port : ports)
+        for (const std::string& kind : UpdateOrder(port.vendor)) {
+            results.push_back(UpdateModule(port, ReadModuleAfresh(port, kind, repository)));
+            const std::string& outcome = results.back().outcome;
+            if (outcome == kUpdated || ExitCodeOf(outcome) != kExitOk)
+                RecordHistory(options, results.back(), provenance);
+        }
+    return results;
+}
+
+Outcome<UpdateRun> RunUpdate(const Options& options) {
+    UseInstallRoot(options);
+    Repository repository =
+        Repository::Load(options.RepositoryFolder(), TrustPolicy{options.HostFolder(), options.allowUnsigned, true});
+    if (repository.empty()) throw HostError(kExitRepository, "the repository holds no update package");
+    UpdateLock lock(options.root, options.waitSeconds);
+    Session session(options);
+    StagingArea staging(options.root);
+    StageArchives(session.ports(), repository, staging);
+    if (!options.dryRun) AcceptSerial(options, repository);
+    Outcome<UpdateRun> outcome;
+    UpdateRun& run = outcome.result;
+    run.dryRun = options.dryRun;
+    run.repository = {true, repository.folder(), repository.trust().verified};
+    run.provenance = ProvenanceOf(repository.trust());
+    run.results = options.dryRun ? PlanAll(session.ports(), repository, options)
+                                 : UpdateAll(session.ports(), repository, options, run.provenance);
+    for (const ModuleOutcome& result : run.results)
+        outcome.exitCode = WorseExitCode(outcome.exitCode, ExitCodeOf(result.outcome));
+    return outcome;
+}
+
+void AddUpdateOptions(CLI::App& command, Options& options) {
+    command.add_flag("--dry-run", options.dryRun, "show the plan only");
+}
+
+}  // namespace
+
+Command UpdateCommand() {
+    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions,
+                                  RunUpdate, UpdateJson, UpdateText);
+}
+
+}  // namespace qdmcli

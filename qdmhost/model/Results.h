@@ -1,0 +1,70 @@
+#pragma once
+// The typed results of the commands other than the survey's: what the
+// renderers turn into text and JSON.
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/Console.h"
+#include "model/ServerSurvey.h"
+
+namespace qdmcli {
+
+// Which key vouched for an update and which catalogue it came from.
+struct Provenance {
+    std::string keyId;  // empty: none verified
+    std::optional<std::uint64_t> serial;
+    bool unsignedAccepted = false;  // --allow-unsigned let it through
+};
+
+// One module of an update run (or its plan).
+struct ModuleOutcome {
+    Port port;
+    ModuleReading reading;
+    std::string outcome;  // a status when nothing was to do, else planned, refused, updated, failed...
+    std::optional<std::vector<OperatorMessage>> messages;  // refused or run: what the provider said
+    bool ran = false;                                     // the steps ran: the fields below are set
+    std::string now;                                      // the version read after the steps
+    std::string failedStep;                               // empty when none failed
+    double seconds = 0;
+};
+
+struct UpdateRun {
+    bool dryRun = false;
+    RepositoryState repository;
+    Provenance provenance;
+    std::vector<ModuleOutcome> results;
+};
+
+struct ReportSummary {
+    std::string file;
+    std::size_t ports = 0;
+};
+
+struct MetricsSummary {
+    std::string file;
+    int series = 0;
+};
+
+// History records are stored data: kept as read, every field checked where used.
+struct HistoryEntries {
+    std::vector<nlohmann::json> entries;
+};
+
+struct TrustedKeyRow {
+    std::string keyId;
+    std::string comment;
+    std::string file;
+};
+
+struct TrustChange {
+    std::string action;  // add, list or remove
+    std::string keyId;   // add, remove
+    std::string file;    // add
+    std::vector<TrustedKeyRow> keys;  // list
+};
+
+}  // namespace qdmcli
