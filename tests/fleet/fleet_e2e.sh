@@ -71,7 +71,7 @@ before=$(states big)
 play big check "${update[@]}" -e fc_serial=8 --check   # one batch: what it would do, everywhere at once
 expect "check mode changes no simulator state" "$before" "$(states big)"
 
-play big update "${update[@]}"
+play big update "${update[@]}" -e "fleet_out_dir=$out/update"
 expect "rolling update: good servers changed, refusing and hanging ones failed with their reasons" "\
 fcsim-01 changed=1 failed=0 unreachable=0
 fcsim-02 changed=1 failed=0 unreachable=0
@@ -81,6 +81,20 @@ fcsim-05 changed=1 failed=0 unreachable=0
 fcsim-06 changed=0 failed=1 unreachable=0 refused
 fcsim-07 changed=0 failed=0 unreachable=1
 fcsim-08 changed=0 failed=1 unreachable=0 timeout" "$(recap update)"
+
+expect "the update's report: each server's outcome and its ports' last update" "\
+fcsim-01 updated last:updated
+fcsim-02 updated last:updated
+fcsim-03 current last:none
+fcsim-04 updated last:updated
+fcsim-05 updated last:updated
+fcsim-06 refused:refused last:updated
+fcsim-07 unreachable last:-
+fcsim-08 timed-out last:updated" "$("$here/fleet_results.py" updates "$out/update/fleet.json")"
+report=ok
+"$here/check_report.py" "$out/update/fleet.json" "$out/update/fleet.html" "$out/update/screenshot.png" \
+    >"$out/report.log" 2>&1 || report=$(cat "$out/report.log")
+expect "the update's report page shows what its document holds" ok "$report"
 
 play big after fleet_inventory -e "fleet_out_dir=$out/after"
 expect "after the update the good servers are current" "\

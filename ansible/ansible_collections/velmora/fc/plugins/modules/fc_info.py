@@ -145,6 +145,9 @@ from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import (
     CHECK_FINDINGS, PENDING_STATUSES, common_argument_spec, run_for_module)
 
+# What the report shows of a port's last update.
+LAST_UPDATE_FIELDS = ("time", "kind", "outcome", "failedStep", "from", "to")
+
 
 def pending(ports):
     return [dict(deviceId=port.get("deviceId"), wwpn=port.get("wwpn"), kind=module.get("kind"),
@@ -152,11 +155,21 @@ def pending(ports):
             for port in ports for module in port.get("modules") or [] if module.get("status") in PENDING_STATUSES]
 
 
+def with_last_updates(ports, entries):
+    """PORTS, each with the last update of the history ENTRIES (oldest first) for its device, or None."""
+    last = {}
+    for entry in entries:
+        if isinstance(entry, dict):
+            last[entry.get("deviceId")] = dict((key, entry.get(key)) for key in LAST_UPDATE_FIELDS)
+    return [dict(port, lastUpdate=last.get(port.get("deviceId"))) for port in ports]
+
+
 def main():
     module = AnsibleModule(argument_spec=common_argument_spec(default_timeout=600), supports_check_mode=True)
     inventory = run_for_module(module, ["inventory"])
     check = run_for_module(module, ["check"], accepted=CHECK_FINDINGS)
-    ports = inventory.document.get("ports", [])
+    history = run_for_module(module, ["history"])
+    ports = with_last_updates(inventory.document.get("ports", []), history.document.get("entries") or [])
     module.exit_json(
         changed=False,
         ports=ports,
