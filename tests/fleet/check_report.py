@@ -41,6 +41,14 @@ def last_cell(last):
     return ('last', last['outcome'], [text for text in texts if text])
 
 
+def boot_bios(port):
+    """The boot BIOS as the module it is shown as, when the document rates it."""
+    if 'bootBiosStatus' not in port:
+        return []
+    return [{'kind': 'bios', 'status': port['bootBiosStatus'], 'operating': port['bootBios'] or None,
+             'repository': port.get('bootBiosRepository')}]
+
+
 def expected_rows(fleet):
     """(server, port) -> (row status, [(cell, its status, texts it must show)]); the server's first
     row carries the cell of its update."""
@@ -55,7 +63,8 @@ def expected_rows(fleet):
         for index, port in enumerate(server['ports']):
             rows[(server['name'], port['deviceId'])] = (port_status(port), [
                 (m['kind'], m['status'], [v for v in (m['status'], m['operating'], m['repository']) if v is not None])
-                for m in port['modules']] + [last_cell(port.get('lastUpdate'))] + (first if index == 0 else []))
+                for m in port['modules'] + boot_bios(port)] + [last_cell(port.get('lastUpdate'))]
+                + (first if index == 0 else []))
     return rows
 
 

@@ -113,8 +113,8 @@ def fleet_server(name, hostvars, result_name="fc_inventory", update_name=None):
 
 
 def fleet_port_status(port):
-    """The worst of the port's module statuses; current when only no-package or not-installed."""
-    present = {module.get("status") for module in port.get("modules") or []}
+    """The worst of the port's module and boot BIOS statuses; current when only no-package or not-installed."""
+    present = {module.get("status") for module in port.get("modules") or []} | {port.get("bootBiosStatus")}
     return next((status for status in STATUSES_WORST_FIRST if status in present), "current")
 
 
