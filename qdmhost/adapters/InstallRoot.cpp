@@ -1,5 +1,8 @@
 #include "adapters/InstallRoot.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include "FileUtility.h"
 #include "TraceUtility.h"
 #include "model/HostError.h"
@@ -9,10 +12,15 @@ namespace qdmcli {
 void UseInstallRoot(const Options& options) {
     if (!IsSafeHostPath(options.root))
         throw HostError(kExitUsage, "--root must be an absolute path of letters, digits, '/', '_', '-', '.'");
+    RequirePath("--root", options.root, PathNeed::kFolder);
+    // Named paths are checked before anything is read from the default ones.
+    if (!options.repository.empty()) RequirePath("--repo", options.repository, PathNeed::kFolder);
+    if (!options.provider.empty()) RequirePath("--provider", options.provider, PathNeed::kFile);
     CFileUtility::SetInstallPath(options.root);
     if (options.traceLevel >= 0) CTraceUtility::SetLevelMask(static_cast<unsigned>(options.traceLevel));
     if (!CFileUtility::CreateFolder(options.root + "/tmp"))
-        throw HostError(kExitInternal, "cannot create " + options.root + "/tmp");
+        throw HostError(kExitUsage, "--root " + options.root + ": cannot create its work folder tmp/ (" +
+                                        std::strerror(errno) + ")", "not-writable");
 }
 
 }  // namespace qdmcli

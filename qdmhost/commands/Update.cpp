@@ -2,6 +2,7 @@
 // update order, brought to the repository's versions.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <set>
@@ -103,7 +104,7 @@ private:
 // nothing to do, refused when the provider's condition check says no, else
 // planned. The same decision for --dry-run and for the update.
 ModuleOutcome Plan(const Port& port, const ModuleReading& reading) {
-    ModuleOutcome result{port, reading, reading.status, std::nullopt, false, "", "", 0};
+    ModuleOutcome result{port, reading, reading.status, std::nullopt, false, "", "", 0, {}};
     if (!StatusNeedsUpdate(reading.status) || !reading.hasPackage) return result;
     TakeOperatorMessages();  // what came before belongs to no update
     CManageRepositoryInfo package = reading.package;
@@ -161,6 +162,41 @@ void AcceptSerial(const Options& options, const Repository& repository) {
     serials.Accept(trust.keyId, trust.realPath, *trust.serial);
 }
 
+bool IsHostWide(const std::string& kind) { return kind == kDriver || kind == kUtility; }
+
+// Whether LATER, a host-wide module's entry for another port, says nothing
+// that EARLIER does not: the same decision from the same version, or current
+// because EARLIER updated it. Refusals and runs stay per port.
+bool Repeats(const ModuleOutcome& earlier, const ModuleOutcome& later) {
+    static const std::set<std::string> perPort = {kUpdated, kRefused, kFailed, kMismatch};
+    if (earlier.reading.kind != later.reading.kind) return false;
+    if (earlier.outcome == kUpdated) return later.outcome == kStatusCurrent;
+    return earlier.outcome == later.outcome && !perPort.count(later.outcome) &&
+           earlier.reading.operating == later.reading.operating;
+}
+
+// A host-wide module is installed once: its entries for further ports are
+// folded into the first, which lists every port that shares it.
+std::vector<ModuleOutcome> FoldHostWide(std::vector<ModuleOutcome> results) {
+    std::vector<ModuleOutcome> folded;
+    for (ModuleOutcome& result : results) {
+        if (!IsHostWide(result.reading.kind)) {
+            folded.push_back(std::move(result));
+            continue;
+        }
+        auto first = std::find_if(folded.begin(), folded.end(), [&](const ModuleOutcome& earlier) {
+            return !earlier.sharedBy.empty() && Repeats(earlier, result);
+        });
+        if (first != folded.end()) {
+            first->sharedBy.push_back(result.port.deviceId);
+            continue;
+        }
+        result.sharedBy = {result.port.deviceId};
+        folded.push_back(std::move(result));
+    }
+    return folded;
+}
+
 // The dry run's plan: the survey in update order, each module decided.
 std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& repository, const Options& options) {
     SurveyScope scope;
@@ -205,6 +241,7 @@ Outcome<UpdateRun> RunUpdate(const Options& options) {
                                  : UpdateAll(session.ports(), repository, options, run.provenance);
     for (const ModuleOutcome& result : run.results)
         outcome.exitCode = WorseExitCode(outcome.exitCode, ExitCodeOf(result.outcome));
+    run.results = FoldHostWide(std::move(run.results));
     return outcome;
 }
 
@@ -215,7 +252,13 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command UpdateCommand() {
-    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions,
+    std::vector<std::string> globals = AdapterOptions();
+    globals.insert(globals.end(), {"--wait", "--allow-unsigned"});
+    return MakeCommand<UpdateRun>("update", "bring every module to the repository version",
+                                  {globals,
+                                   {kExitUpdateFailed, kExitApplyCheck, kExitRefused, kExitLockBusy, kExitProvider,
+                                    kExitRepository, kExitNoDevice, kExitUntrusted}},
+                                  AddUpdateOptions,
                                   RunUpdate, UpdateJson, UpdateText);
 }
 

@@ -30,6 +30,9 @@ struct ModuleOutcome {
     std::string now;                                      // the version read after the steps
     std::string failedStep;                               // empty when none failed
     double seconds = 0;
+    // A host-wide module (driver, utility) is one entry for the ports that
+    // share it: their device ids, this entry's port first. Empty otherwise.
+    std::vector<std::string> sharedBy;
 };
 
 struct UpdateRun {

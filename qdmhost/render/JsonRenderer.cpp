@@ -42,7 +42,9 @@ Json InventoryJson(const ServerSurvey& survey) {
                          {"wwpn", port.port.wwpn},
                          {"busDevFunc", port.port.busDevFunc},
                          {"modules", modules},
-                         {"bootBios", port.bootBios}});
+                         {"bootBios", port.bootBios},
+                         {"bootBiosRepository", OrNull(port.bootBiosRepository, !port.bootBiosRepository.empty())},
+                         {"bootBiosStatus", port.bootBiosStatus}});
     }
     return {{"repository", OrNull(survey.repository.folder, survey.repository.present)},
             {"repositoryVerified", VerifiedJson(survey.repository)},
@@ -66,6 +68,7 @@ Json ModuleOutcomeJson(const ModuleOutcome& result) {
                  {"outcome", result.outcome},        {"from", reading.operating},
                  {"to", OrNull(reading.package.version, reading.hasPackage)}};
     if (result.messages) json["messages"] = MessagesJson(*result.messages);
+    if (!result.sharedBy.empty()) json["ports"] = result.sharedBy;
     if (result.ran) {
         json["now"] = result.now;
         json["failedStep"] = OrNull(result.failedStep, !result.failedStep.empty());
