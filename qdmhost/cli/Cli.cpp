@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "cli/Command.h"
+#include "commands/CommandTable.h"
 #include "cli/Console.h"
 #include "model/ExitCodes.h"
 #include "util/UtcTime.h"

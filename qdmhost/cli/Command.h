@@ -6,7 +6,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "cli/Options.h"
 #include "model/ExitCodes.h"
@@ -65,8 +64,5 @@ Command MakeCommand(const char* name, const char* help, CommandScope scope,
                 return CommandOutput{outcome.exitCode, json(outcome.result), text(outcome.result)};
             }};
 }
-
-// Every command, in the order of --help (commands/CommandTable.cpp).
-const std::vector<Command>& CommandTable();
 
 }  // namespace qdmcli
