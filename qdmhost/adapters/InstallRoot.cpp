@@ -19,8 +19,10 @@ void UseInstallRoot(const Options& options) {
     CFileUtility::SetInstallPath(options.root);
     if (options.traceLevel >= 0) CTraceUtility::SetLevelMask(static_cast<unsigned>(options.traceLevel));
     if (!CFileUtility::CreateFolder(options.root + "/tmp"))
-        throw HostError(kExitUsage, "--root " + options.root + ": cannot create its work folder tmp/ (" +
-                                        std::strerror(errno) + ")", "not-writable");
+        throw HostError(
+            kExitUsage,
+            "--root " + options.root + ": cannot create its work folder tmp/ (" + std::strerror(errno) + ")",
+            "not-writable");
 }
 
 }  // namespace qdmcli

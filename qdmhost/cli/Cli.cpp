@@ -70,8 +70,9 @@ bool WantsJson(int argc, char** argv) {
 CLI::Validator WholeNumber(const std::string& what, int low, int high) {
     return CLI::Validator(
         [=](std::string& value) -> std::string {
-            const bool digits = !value.empty() && value.size() <= 9 &&
-                                std::all_of(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c); });
+            const bool digits =
+                !value.empty() && value.size() <= 9 &&
+                std::all_of(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c); });
             if (digits && std::stol(value) >= low && std::stol(value) <= high) return "";
             return "'" + value + "' is not " + what + " from " + std::to_string(low) + " to " + std::to_string(high);
         },
@@ -79,8 +80,9 @@ CLI::Validator WholeNumber(const std::string& what, int low, int high) {
 }
 
 void AddCommonOptions(CLI::App& app, Options& options) {
-    app.add_option("--root", options.root,
-                   "the provider's install root: work area, logs, history, trusted keys and the update lock are below it")
+    app.add_option(
+           "--root", options.root,
+           "the provider's install root: work area, logs, history, trusted keys and the update lock are below it")
         ->type_name("DIR")
         ->capture_default_str();
     app.add_option("--repo", options.repository,
@@ -90,8 +92,9 @@ void AddCommonOptions(CLI::App& app, Options& options) {
     app.add_option("--provider", options.provider,
                    "the provider library (default: next to this build, else <root>/lib/libqdmp_EMULEX_FC.so)")
         ->type_name("LIB");
-    app.add_option("--port", options.ports,
-                   "only this port: device id, PCI address, WWPN or bus/dev/func; repeat for more (default: every port)")
+    app.add_option(
+           "--port", options.ports,
+           "only this port: device id, PCI address, WWPN or bus/dev/func; repeat for more (default: every port)")
         ->type_name("SEL")
         ->allow_extra_args(false);
     app.add_option("--trace-level", options.traceLevel,

@@ -139,8 +139,7 @@ void AddTrustActions(CLI::App& trust, Options& options) {
 
 Command TrustCommand() {
     return MakeCommand<TrustChange>("trust", "manage the keys that repositories must be signed with",
-                                    {{"--root", "--json"}, {}}, AddTrustActions,
-                                    RunTrust, TrustJson, TrustText);
+                                    {{"--root", "--json"}, {}}, AddTrustActions, RunTrust, TrustJson, TrustText);
 }
 
 }  // namespace qdmcli

@@ -258,8 +258,7 @@ Command UpdateCommand() {
                                   {globals,
                                    {kExitUpdateFailed, kExitApplyCheck, kExitRefused, kExitLockBusy, kExitProvider,
                                     kExitRepository, kExitNoDevice, kExitUntrusted}},
-                                  AddUpdateOptions,
-                                  RunUpdate, UpdateJson, UpdateText);
+                                  AddUpdateOptions, RunUpdate, UpdateJson, UpdateText);
 }
 
 }  // namespace qdmcli

@@ -35,9 +35,8 @@ void RateBootBios(PortSurvey& port, const Repository& repository) {
     const std::string operating = port.bootBios.empty() ? "abnormal" : port.bootBios;
     CModuleManager* firmware = port.port.vendor->FindModule(kFirmware);
     const bool hasPackage = !port.bootBiosRepository.empty() && firmware;
-    const int comparison = hasPackage && operating != "abnormal"
-                               ? firmware->CheckVendorVersion(operating, port.bootBiosRepository)
-                               : 0;
+    const int comparison =
+        hasPackage && operating != "abnormal" ? firmware->CheckVendorVersion(operating, port.bootBiosRepository) : 0;
     port.bootBiosStatus = VersionStatus(operating, hasPackage, comparison);
 }
 
@@ -90,8 +89,8 @@ ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository
     survey.repository = {!repository.empty(), repository.folder(), repository.trust().verified};
     if (scope.missingComponents && !ports.empty()) survey.missingComponents = MissingComponents(ports.front());
     for (const Port& port : ports)
-        survey.ports.push_back({port, port.vendor->GetModelKey(), ReadModules(port, repository, scope.modules), "", "",
-                                "", ""});
+        survey.ports.push_back(
+            {port, port.vendor->GetModelKey(), ReadModules(port, repository, scope.modules), "", "", "", ""});
     if (scope.bootBios) {
         std::vector<std::string> bootBios = BootBiosVersions(ports, root);
         for (std::size_t i = 0; i < ports.size(); ++i) {

@@ -101,8 +101,7 @@ std::string UpdateText(const UpdateRun& run) {
     for (const ModuleOutcome& result : run.results)
         rows.push_back({result.sharedBy.size() > 1 ? "all " + std::to_string(result.sharedBy.size()) + " ports"
                                                    : result.port.deviceId.substr(0, 12),
-                        ModuleKindLabel(result.reading.kind),
-                        Cell(result.reading.operating),
+                        ModuleKindLabel(result.reading.kind), Cell(result.reading.operating),
                         result.reading.hasPackage ? Cell(result.reading.package.version) : "-", OutcomeCell(result)});
     return (run.dryRun ? "Update plan (dry run, nothing changed):\n" : "") + Table(rows);
 }
