@@ -132,12 +132,24 @@ measure_server() {
         drop_work_area "$root"
         measure "$ports" report-cold "$run" "$qdmhost" report --root "$root" --out "$report_out"
         measure "$ports" report-warm "$run" "$qdmhost" report --root "$root" --out "$report_out"
+        measure "$ports" start-up "$run" "$qdmhost" --version
     done
     rm -rf "$plain_work"
     trace_run "$ports" plain "$bench_dir/plain_inventory.sh" "$plain_work"
     drop_work_area "$root"
     trace_run "$ports" inventory-cold "$qdmhost" inventory --root "$root"
     trace_run "$ports" inventory-warm "$qdmhost" inventory --root "$root"
+    [[ $ports -eq 1 ]] && profile_warm "$root"
+    return 0
+}
+
+# The system calls of a warm one-port inventory (strace -c -f) and the shared
+# objects it loads, into $scratch/startup-*.txt.
+profile_warm() {
+    command -v strace >/dev/null || return 0
+    strace -c -f -o "$scratch/startup-syscalls.txt" "$qdmhost" inventory --root "$1" >/dev/null 2>&1 || true
+    strace -f -e trace=openat -o "$scratch/startup-opens.txt" "$qdmhost" inventory --root "$1" >/dev/null 2>&1 || true
+    grep -c '\.so[.0-9]*", .* = [0-9]' "$scratch/startup-opens.txt" >"$scratch/startup-libraries.txt" || true
 }
 
 # Inside the sandbox: installs each server in turn and measures it.

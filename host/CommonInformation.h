@@ -7,9 +7,10 @@ public:
     enum { EXEC_OK = 0, EXEC_NOT_STARTED = 1, EXEC_TIMEOUT = 255 };
     static const unsigned long NO_TIMEOUT = ~0UL;
 
-    // Runs the line with /bin/sh -c in its own process group. Standard output
-    // goes to outputFile when one is given; workFolder, when not empty, is the
-    // current directory of the command. Fills returnCode with the exit status.
+    // Runs the line in its own process group: as its words when it holds no
+    // shell syntax, else with /bin/sh -c. Standard output goes to outputFile
+    // when one is given; workFolder, when not empty, is the current directory
+    // of the command. Fills returnCode with the exit status.
     // Returns 0 when it ran, 1 when it could not be started, 255 when the
     // time-out expired (the whole process group is then killed and reaped).
     static int ExecForeignModule(const std::string& command, const std::string& outputFile,

@@ -22,4 +22,10 @@ double GetTimeoutScale();
 // Where ShowMessage lines go (standard error by default).
 void SetShowMessageSink(std::function<void(const std::string&)> sink);
 
+// Whether the documents the host writes are synced to disk before they
+// replace the old ones (on by default). Off only for scratch documents that
+// are read back and removed at once: a sync there is a disk wait for nothing.
+void SetDurableWrites(bool durable);
+bool DurableWrites();
+
 }  // namespace qdmhost

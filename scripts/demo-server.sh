@@ -28,8 +28,9 @@ demo_prepare_root() {
 demo_run() { printf '$ %s\n' "$*"; "$@"; }
 
 # Builds the update repository in REPO: new firmware for the 8G single-port
-# and 16G adapters, a new driver and utility, and the catalogue with each
-# archive's size and SHA-256 (serial 1, expiring in thirty days).
+# and 16G adapters, a new driver and utility, and the catalogue for the
+# channel "default" (the server's without qdmhost.conf) with each archive's
+# size and SHA-256 (serial 1, expiring in thirty days).
 #   demo_build_repository QDMSIM REPO
 demo_build_repository() {
     local qdmsim=$1 repo=$2
@@ -40,7 +41,7 @@ demo_build_repository() {
     "$qdmsim" build-utility --out "$repo/ocm.zip" --version 11.4.204.8
     local all='"fcelx_8g1p", "fcelx_8g2p_10df_f100_10df_f100", "fcelx_16g"'
     cat > "$repo/catalogue.json" <<JSON
-{"packages": [
+{"channel": "default", "packages": [
   {"uniqueNames": ["fcelx_8g1p", "fcelx_8g2p_10df_f100_10df_f100"], "kind": "firm", "version": "2.02a5", "archive": "fw-8g.zip"},
   {"uniqueNames": ["fcelx_16g"], "kind": "firm", "version": "11.4.204.8", "archive": "fw-16g.zip"},
   {"uniqueNames": [$all], "kind": "driver", "version": "11.4.204.8", "archive": "lpfc.zip"},

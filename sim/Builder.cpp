@@ -200,8 +200,8 @@ json ReadDraft(const std::string& path) {
 }
 
 // The draft's packages with the sha256 and size of each archive of the
-// folder; serial and expiry from the options, else the draft's, else 1 and
-// thirty days from now.
+// folder; channel, serial and expiry from the options, else the draft's,
+// else "default", 1 and thirty days from now.
 int BuildCatalogue(const Options& options) {
     const std::string repo = options.Get("--repo");
     const std::string out = repo + "/catalogue.json";
@@ -213,6 +213,8 @@ int BuildCatalogue(const Options& options) {
         package["sha256"] = digest.sha256;
         package["size"] = digest.size;
     }
+    if (options.Has("--channel") || !catalogue.contains("channel"))
+        catalogue["channel"] = options.Get("--channel", "default");
     if (options.Has("--serial") || !catalogue.contains("serial"))
         catalogue["serial"] = std::stoull(options.Get("--serial", "1"));
     if (options.Has("--expires") || !catalogue.contains("expires"))
@@ -241,7 +243,7 @@ void RequireImageKind(const Options& options, const std::string& name) {
 
 int RunBuilder(const std::string& command, const Args& args) {
     if (command == "build-catalogue") {
-        Options options = ParseOptions(args, {"--repo", "--from", "--serial", "--expires"}, {});
+        Options options = ParseOptions(args, {"--repo", "--from", "--channel", "--serial", "--expires"}, {});
         RequireOption(options, "--repo");
         for (char c : options.Get("--serial", "1"))
             if (!std::isdigit(static_cast<unsigned char>(c))) throw SimError("--serial takes a whole number");

@@ -122,6 +122,7 @@ int RunInstall(const Args& args) {
     for (const char* tool : {"lspci", "rpm", "depmod"}) Link(binDir / tool, SelfPath());
     WriteConfigs(options.Get("--config", "good"));
     MakeFolder("/etc/depmod.d");
+    WritePciSysfs(loaded);
     std::cout << "qdmsim: installed; state " << state.string() << ", tools in " << binDir.string()
               << "\n";
     return 0;

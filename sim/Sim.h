@@ -68,6 +68,14 @@ struct PciAddress {
 // Parses "[dddd:]bb:dd[.f]"; false when malformed.
 bool ParsePciAddress(const std::string& text, PciAddress* address);
 
+// One PCI function of the server: each adapter port and each other device.
+struct PciFunction {
+    PciAddress address;
+    std::string classId, vendor, device, revision, subVendor, subDevice;
+};
+// Sorted by address.
+std::vector<PciFunction> AllFunctions(const json& state);
+
 // ---- faults -------------------------------------------------------------------
 // The fault mode for `verb` (or the `fallback` key), consuming one of its
 // "times"; empty when none.
@@ -87,6 +95,8 @@ std::string FormatAttributes(const json& state, const json& adapter, const json&
 std::string FormatVersion(const std::string& utilityVersion);
 // False when `selector` is not "[[domain:]bus:]device[.function]".
 bool FormatLspci(const json& state, bool withDomain, const std::string& selector, std::string* text);
+// Lays the server's PCI functions into the sandbox's simulated sysfs.
+void WritePciSysfs(const json& state);
 
 int RunHbacmd(const Args& args);
 int RunLspci(const Args& args);

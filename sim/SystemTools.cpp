@@ -10,10 +10,7 @@ namespace {
 
 const char* const kFibreChannelClass = "0c04";
 
-struct PciFunction {
-    PciAddress address;
-    std::string classId, vendor, device, revision, subVendor, subDevice;
-};
+}  // namespace
 
 std::vector<PciFunction> AllFunctions(const json& state) {
     std::vector<PciFunction> functions;
@@ -39,6 +36,8 @@ std::vector<PciFunction> AllFunctions(const json& state) {
               [](const PciFunction& a, const PciFunction& b) { return a.address < b.address; });
     return functions;
 }
+
+namespace {
 
 // One "-s" selector "[[domain:]bus:]device[.function]"; empty fields match all.
 struct Selector {

@@ -16,7 +16,9 @@
 #include <chrono>
 #include <cmath>
 #include <mutex>
+#include <vector>
 
+#include "CommandWords.h"
 #include "HostSys.h"
 #include "FileDescriptor.h"
 #include "TraceUtility.h"
@@ -185,6 +187,25 @@ bool ParsePciAddress(const std::string& address, int* bus, int* device, int* fun
            ParseHexField(address.substr(dot + 1), 1, 7, function);
 }
 
+// A line without shell syntax runs as its own words, sparing a shell per
+// tool call. A program that cannot be run so (missing, not executable, a
+// script without "#!") is left to the shell, which gives the same exit codes
+// and messages as ever.
+bool SpawnDirectly(pid_t* pid, const std::string& command, SpawnSetup& setup) {
+    std::vector<std::string> words = qdmhost::PlainCommandWords(command);
+    if (words.empty()) return false;
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(&word[0]);
+    argv.push_back(nullptr);
+    return ::posix_spawnp(pid, argv[0], setup.actions(), setup.attributes(), argv.data(), environ) == 0;
+}
+
+bool SpawnShell(pid_t* pid, const std::string& command, SpawnSetup& setup) {
+    const char* argv[] = {"/bin/sh", "-c", command.c_str(), nullptr};
+    return ::posix_spawn(pid, "/bin/sh", setup.actions(), setup.attributes(), const_cast<char* const*>(argv),
+                         environ) == 0;
+}
+
 bool IsRetryableUnlinkError(int error) { return error == EBUSY || error == ETXTBSY || error == EAGAIN; }
 
 }  // namespace
@@ -197,11 +218,8 @@ int CCommon_Information::ExecForeignModule(const std::string& command, const std
     SpawnSetup setup;
     if (!PrepareSpawn(setup, output.get(), workFolder)) return EXEC_NOT_STARTED;
 
-    const char* argv[] = {"/bin/sh", "-c", command.c_str(), nullptr};
     pid_t pid = -1;
-    if (::posix_spawn(&pid, "/bin/sh", setup.actions(), setup.attributes(),
-                      const_cast<char* const*>(argv), environ) != 0)
-        return EXEC_NOT_STARTED;
+    if (!SpawnDirectly(&pid, command, setup) && !SpawnShell(&pid, command, setup)) return EXEC_NOT_STARTED;
 
     int status = 0;
     switch (WaitForExit(pid, timeoutMs, &status)) {

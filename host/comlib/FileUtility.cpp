@@ -24,6 +24,13 @@ bool HasSuffix(const std::string& text, const std::string& suffix) {
 
 bool IsDotEntry(const std::string& name) { return name == "." || name == ".."; }
 
+// Only root may enter the work area: packages are unpacked there and their
+// scripts run as root.
+mode_t FolderMode(const std::string& folder) {
+    const std::string workArea = qdmhost::InstallRoot() + "/tmp";
+    return folder == workArea || folder.compare(0, workArea.size() + 1, workArea + "/") == 0 ? 0700 : 0755;
+}
+
 using DirHandle = std::unique_ptr<DIR, int (*)(DIR*)>;
 
 DirHandle OpenFolder(const std::string& folder) { return DirHandle(::opendir(folder.c_str()), ::closedir); }
@@ -41,9 +48,9 @@ bool CFileUtility::CreateFolder(std::string folder) {
     for (size_t slash = folder.find('/', 1); slash != std::string::npos;
          slash = folder.find('/', slash + 1)) {
         std::string parent = folder.substr(0, slash);
-        if (::mkdir(parent.c_str(), 0755) != 0 && errno != EEXIST) return false;
+        if (::mkdir(parent.c_str(), FolderMode(parent)) != 0 && errno != EEXIST) return false;
     }
-    if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST) return false;
+    if (::mkdir(folder.c_str(), FolderMode(folder)) != 0 && errno != EEXIST) return false;
     return IsFolder(folder);
 }
 

@@ -8,6 +8,8 @@
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "HostSys.h"
+
 CQdmXmlNode::CQdmXmlNode(std::string name) : name_(std::move(name)) {}
 
 void CQdmXmlNode::addAttribute(std::string name, std::string value) {
@@ -61,7 +63,7 @@ bool WriteAtomically(const std::string& path, const std::string& text) {
     std::string temporary = path + ".tmpXXXXXX";
     int fd = ::mkostemp(&temporary[0], O_CLOEXEC);
     if (fd < 0) return false;
-    bool written = WriteAll(fd, text) && ::fsync(fd) == 0;
+    bool written = WriteAll(fd, text) && (!qdmhost::DurableWrites() || ::fsync(fd) == 0);
     written = ::close(fd) == 0 && written;
     if (written && ::rename(temporary.c_str(), path.c_str()) == 0) return true;
     ::unlink(temporary.c_str());

@@ -101,9 +101,10 @@ bool ValidateArchive(const std::string& archive, std::string* problem) {
     return true;
 }
 
-// Opens (creating) the folder below parent without following a symbolic link.
+// Opens (creating) the folder below parent without following a symbolic
+// link; only root may enter it: archives are unpacked into the work area.
 FileDescriptor OpenSubfolder(int parent, const std::string& name) {
-    if (::mkdirat(parent, name.c_str(), 0755) != 0 && errno != EEXIST) return FileDescriptor();
+    if (::mkdirat(parent, name.c_str(), 0700) != 0 && errno != EEXIST) return FileDescriptor();
     return FileDescriptor(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 

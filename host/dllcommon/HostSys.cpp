@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -26,6 +27,8 @@ std::function<void(const std::string&)>& MessageSink() {
     static std::function<void(const std::string&)> sink;
     return sink;
 }
+
+std::atomic<bool> durableWrites{true};
 
 double& TimeoutScale() {
     static double scale = 1.0;
@@ -123,6 +126,10 @@ void SetShowMessageSink(std::function<void(const std::string&)> sink) {
     std::lock_guard<std::mutex> lock(HostMutex());
     MessageSink() = std::move(sink);
 }
+
+void SetDurableWrites(bool durable) { durableWrites = durable; }
+
+bool DurableWrites() { return durableWrites; }
 
 std::string InstallRoot() {
     std::lock_guard<std::mutex> lock(HostMutex());

@@ -15,20 +15,13 @@
 #include "MutexUtil.h"
 #include "StringUtil.h"
 #include "TraceUtility.h"
+#include "WwpnText.h"
 
 namespace {
 
 const char kTrace[] = "fc";
 const long kCacheLifetimeSeconds = 3600;
 const char kListingResultName[] = "fsresult";
-
-// A WWPN ends up in a shell command and in a file name; anything beyond
-// these characters could leave the cache folder or reach the shell.
-bool IsSafeWwpn(const std::string& wwpn) {
-    for (unsigned char c : wwpn)
-        if (!std::isalnum(c) && c != ':' && c != '-' && c != '_' && c != '.') return false;
-    return true;
-}
 
 // Directory and pattern go to the shell unquoted (the pattern must glob);
 // refuse what would make it do more than list.
@@ -93,7 +86,8 @@ bool IsUsableWwpn(const std::string& wwpn, const char* operation) {
         CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR, "CEmulexCommon::%s() Fail tsWWPNMAC empty", operation);
         return false;
     }
-    if (!IsSafeWwpn(wwpn)) {
+    // It ends up in a shell command and a file name: it must be a WWPN.
+    if (!emulex_common::IsWwpnText(wwpn)) {
         CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR, "CEmulexCommon::%s() Fail tsWWPNMAC invalid:[%s]",
                                   operation, wwpn.c_str());
         return false;

@@ -13,6 +13,7 @@
 #include "UnzipUtility.h"
 #include "UpdateModuleUnpack.h"
 #include "UpdateWindow.h"
+#include "WwpnText.h"
 
 namespace {
 
@@ -100,10 +101,10 @@ bool SelectImages(const std::string& uniqueName, const std::string& folder, std:
 
 // The WWPN comes from the adapter list and the image names from the archive;
 // all three reach the shell (29 when refused). The WWPN stands bare on the
-// command line and must be plain text; the images stand inside double quotes,
+// command line and must be a WWPN; the images stand inside double quotes,
 // so names with blanks or parentheses are fine.
 bool IsCommandTextSafe(const std::string& wwpn, const std::string& biosImage, const std::string& firmwareImage) {
-    if (emulex_update::IsPlainCommandText(wwpn) && emulex_update::IsQuotableCommandText(biosImage) &&
+    if (emulex_common::IsWwpnText(wwpn) && emulex_update::IsQuotableCommandText(biosImage) &&
         emulex_update::IsQuotableCommandText(firmwareImage))
         return true;
     CEmulexCommon::SetLastError(29);

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "HostSys.h"
 #include "cli/Console.h"
 #include "model/HostError.h"
 #include "model/Vocabulary.h"
@@ -50,6 +51,7 @@ std::vector<std::string> BootBiosVersions(std::vector<Port>& ports, const std::s
     std::vector<std::string> byPort(ports.size());
     std::string scratch = root + "/tmp/qdmhost-inventory.XXXXXX";
     if (!::mkdtemp(&scratch[0])) return byPort;
+    qdmhost::SetDurableWrites(false);  // read back and removed below
     try {
         std::vector<const Port*> reported = WriteConfigReport(ports, scratch);
         std::vector<std::string> versions = ReportBootBiosVersions(scratch + "/" + kReportFile);
@@ -58,6 +60,7 @@ std::vector<std::string> BootBiosVersions(std::vector<Port>& ports, const std::s
     } catch (const HostError& error) {
         Warn(std::string("boot BIOS versions not available: ") + error.what());
     }
+    qdmhost::SetDurableWrites(true);
     std::error_code ignored;
     std::filesystem::remove_all(scratch, ignored);
     return byPort;

@@ -1,14 +1,14 @@
 #pragma once
-// Pure parsing for adapter discovery: lspci's machine-readable lines and the
-// host's device identifiers. No files, no processes: the caller supplies the
-// texts.
-#include <optional>
+// Pure parsing for adapter discovery: PCI addresses, the host's device
+// identifiers. No files, no processes: the
+// caller supplies the texts.
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qdmcli {
 
-// One PCI function as "lspci -Dnm" lists it; all ids lower-case hex.
+// One PCI function; all ids lower-case hex.
 struct PciFunction {
     std::string address;    // domain:bus:device.function, e.g. 0000:03:00.1
     std::string classCode;  // e.g. 0c04
@@ -20,12 +20,8 @@ struct PciFunction {
 
 const char kFibreChannelClass[] = "0c04";
 
-// One line of "lspci -Dnm": address, then quoted class, vendor, device,
-// subsystem vendor, subsystem device, with "-rXX"/"-pXX" options between.
-// Empty when any field is missing or not of its exact hex form.
-std::optional<PciFunction> ParseLspciLine(const std::string& line);
-// The Fibre Channel functions of a whole listing; other lines are ignored.
-std::vector<PciFunction> FibreChannelFunctions(const std::string& listing);
+// dddd:bb:dd.f with hex domain, bus and device, and a function 0..7.
+bool IsPciAddress(const std::string& text);
 
 // "PCI\VEN_10DF&DEV_F100&SUBSYS_F10010DF" (subsystem device, then vendor).
 std::string HardwareId(const PciFunction& function);

@@ -1,10 +1,8 @@
 #include "adapters/InstallRoot.h"
 
-#include <cerrno>
-#include <cstring>
-
 #include "FileUtility.h"
 #include "TraceUtility.h"
+#include "adapters/WorkArea.h"
 #include "model/HostError.h"
 
 namespace qdmcli {
@@ -18,11 +16,7 @@ void UseInstallRoot(const Options& options) {
     if (!options.provider.empty()) RequirePath("--provider", options.provider, PathNeed::kFile);
     CFileUtility::SetInstallPath(options.root);
     if (options.traceLevel >= 0) CTraceUtility::SetLevelMask(static_cast<unsigned>(options.traceLevel));
-    if (!CFileUtility::CreateFolder(options.root + "/tmp"))
-        throw HostError(
-            kExitUsage,
-            "--root " + options.root + ": cannot create its work folder tmp/ (" + std::strerror(errno) + ")",
-            "not-writable");
+    PrepareWorkArea(options.root);
 }
 
 }  // namespace qdmcli

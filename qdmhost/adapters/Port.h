@@ -12,6 +12,7 @@ struct Port {
     CVendor* vendor;
     std::string wwpn;        // display form, empty when unknown
     std::string busDevFunc;  // e.g. 3/0/1
+    bool badWwpn = false;    // the adapter listing's WWPN is no WWPN: never updated
 };
 
 // "0000:03:00.0" of "0000:03:00.0-PCI\VEN_...".

@@ -1,7 +1,7 @@
 #include "adapters/Session.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <cctype>
 #include <fstream>
 #include <list>
 #include <sstream>
@@ -10,6 +10,7 @@
 
 #include "adapters/DeviceTable.h"
 #include "adapters/Discovery.h"
+#include "adapters/PciSysfs.h"
 #include "cli/Console.h"
 #include "model/HostError.h"
 
@@ -17,28 +18,12 @@ namespace qdmcli {
 
 namespace {
 
-// A listing larger than this is not a real server's.
-const std::size_t kMaxListing = 4 << 20;
-
 std::string ReadWholeFile(const std::string& path, ExitCode code, const std::string& what) {
     std::ifstream in(path);
     if (!in) throw HostError(code, what + " " + path + " cannot be read");
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
-}
-
-// "lspci -Dnm" is a fixed command line; nothing of ours reaches the shell.
-std::string RunLspci() {
-    FILE* pipe = ::popen("lspci -Dnm 2>/dev/null", "r");
-    if (!pipe) throw HostError(kExitNoDevice, "lspci could not be started");
-    std::string listing;
-    char buffer[4096];
-    for (std::size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-        if (listing.size() < kMaxListing) listing.append(buffer, got);
-    int status = ::pclose(pipe);
-    if (status != 0) throw HostError(kExitNoDevice, "lspci -Dnm failed (is pciutils installed?)");
-    return listing;
 }
 
 std::pair<std::string, std::string> ExtendedInfo(CVendor* vendor) {
@@ -51,6 +36,24 @@ std::pair<std::string, std::string> ExtendedInfo(CVendor* vendor) {
         if (entry.first == "Bus/Dev/Func") found.second = entry.second;
     }
     return found;
+}
+
+// The display form of a WWPN: hexadecimal pairs without their ':'.
+bool IsWwpnDisplayText(const std::string& text) {
+    return !text.empty() && text.size() % 2 == 0 &&
+           std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isxdigit(c); });
+}
+
+// The WWPN comes from the adapter tool's listing; one that is not a WWPN is
+// neither shown, matched nor updated (the provider refuses it too, so the
+// port reads as unreadable).
+void RefuseBadWwpn(Port& port) {
+    if (port.wwpn.empty() || IsWwpnDisplayText(port.wwpn)) return;
+    Warn("port " + PciAddressOf(port.deviceId) +
+         ": the adapter listing's WWPN is not hexadecimal pairs separated by ':'; the port is unreadable and "
+         "is not updated");
+    port.wwpn.clear();
+    port.badWwpn = true;
 }
 
 }  // namespace
@@ -80,7 +83,7 @@ void Session::ReleaseVendors() {
 void Session::BuildPorts(const Options& options) {
     std::string tablePath = options.HostFolder() + "/" + kDeviceTableFile;
     DeviceTable table = ParseDeviceTable(ReadWholeFile(tablePath, kExitNoDevice, "supported-device table"));
-    for (const PciFunction& function : FibreChannelFunctions(RunLspci())) {
+    for (const PciFunction& function : ReadFibreChannelFunctions(kPciDevicesFolder)) {
         std::string deviceId = DeviceIdentifier(function);
         std::string vendorClass = LookupVendorClass(table, HardwareId(function));
         if (vendorClass.empty()) {
@@ -95,6 +98,7 @@ void Session::BuildPorts(const Options& options) {
         all_.push_back({deviceId, vendorClass, vendor, "", ""});
         vendor->LinkDevice();
         std::tie(all_.back().wwpn, all_.back().busDevFunc) = ExtendedInfo(vendor);
+        RefuseBadWwpn(all_.back());
     }
     if (all_.empty()) throw HostError(kExitNoDevice, "no supported Fibre Channel adapter found");
 }

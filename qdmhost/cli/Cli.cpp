@@ -110,6 +110,9 @@ void AddCommonOptions(CLI::App& app, Options& options) {
         ->check(WholeNumber("a whole number of seconds", 0, 86400));
     app.add_flag("--allow-unsigned", options.allowUnsigned,
                  "accept a repository without a valid signature (labs only; loudly warned, recorded in the history)");
+    app.add_flag("--allow-downgrade", options.allowDowngrade,
+                 "update a module whose adapter is newer than the repository to the older version (recorded in the "
+                 "history)");
 }
 
 // "--out DIR", or "FILE" for a positional argument.

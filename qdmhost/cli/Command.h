@@ -34,7 +34,8 @@ struct CommandScope {
 
 // The global options of the commands that read the adapters.
 inline std::vector<std::string> AdapterOptions() {
-    return {"--root", "--repo", "--provider", "--port", "--trace-level", "--json"};
+    return {"--root",        "--repo", "--provider",       "--port",
+            "--trace-level", "--json", "--allow-unsigned", "--allow-downgrade"};
 }
 
 struct Command {

@@ -16,6 +16,7 @@ struct Options {
     bool json = false;
     bool dryRun = false;
     bool allowUnsigned = false;          // a lab's unsigned repository, with a loud warning
+    bool allowDowngrade = false;         // update a module whose adapter is newer to the repository's version
     std::string trustAction;             // trust: add, list or remove
     std::string trustArgument;           // trust add: key file; trust remove: key id
     int waitSeconds = 0;

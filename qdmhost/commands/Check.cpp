@@ -11,6 +11,8 @@ namespace {
 
 Outcome<ServerSurvey> RunCheck(const Options& options) {
     SurveyScope scope;
+    scope.modules = SurveyScope::Modules::kUpdateOrder;  // what an update would do, per module
+    scope.allowDowngrade = options.allowDowngrade;
     scope.utilityCheck = true;
     scope.missingComponents = true;
     Outcome<ServerSurvey> outcome{SurveyFromOptions(options, scope)};
@@ -18,6 +20,7 @@ Outcome<ServerSurvey> RunCheck(const Options& options) {
         if (port.utilityCheck == kUtilityRefused) outcome.exitCode = WorseExitCode(outcome.exitCode, kExitRefused);
     if (!outcome.result.missingComponents.empty())
         outcome.exitCode = WorseExitCode(outcome.exitCode, kExitMissingComponent);
+    outcome.exitCode = WorseExitCode(outcome.exitCode, outcome.result.repository.failureCode);
     return outcome;
 }
 

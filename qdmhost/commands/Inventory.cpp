@@ -12,7 +12,10 @@ Outcome<ServerSurvey> RunInventory(const Options& options) {
     SurveyScope scope;
     scope.modules = SurveyScope::Modules::kInventory;
     scope.bootBios = true;
-    return {SurveyFromOptions(options, scope)};
+    scope.allowDowngrade = options.allowDowngrade;
+    Outcome<ServerSurvey> outcome{SurveyFromOptions(options, scope)};
+    outcome.exitCode = outcome.result.repository.failureCode;
+    return outcome;
 }
 
 }  // namespace

@@ -32,7 +32,12 @@ Outcome<MetricsSummary> RunMetrics(const Options& options) {
         scope.modules = SurveyScope::Modules::kInventory;
         scope.bootBios = true;
         scope.utilityCheck = true;
+        scope.allowDowngrade = options.allowDowngrade;
         survey = SurveyFromOptions(options, scope);
+        // The adapters are served all the same; the repository's failure decides the exit code.
+        const RepositoryState& repository = survey.repository;
+        if (repository.failureCode)
+            failure = HostError(static_cast<ExitCode>(repository.failureCode), repository.message, repository.problem);
     } catch (const HostError& error) {
         failure = error;
     } catch (const std::exception& error) {

@@ -73,11 +73,24 @@ MinisignPublicKey ReadKeyFile(const std::string& path, std::string* text) {
 }
 
 // Stored as minisign wrote it, so that `minisign -V -p` takes the file too.
+// Any key can be made to carry a trusted key's id: a key is the same key
+// only when all its bytes are.
+void RefuseKeyWithTrustedId(const Options& options, const MinisignPublicKey& key) {
+    for (const TrustedKey& trusted : LoadTrustedKeys(options.HostFolder()))
+        if (trusted.key.keyId == key.keyId && trusted.key.key != key.key)
+            throw HostError(kExitUsage, "key id " + KeyIdText(key.keyId) + " is already trusted with another key:\n  trusted " +
+                                            PublicKeyText(trusted.key) + " (" + trusted.file + ")\n  offered " +
+                                            PublicKeyText(key) + " (" + options.trustArgument +
+                                            ")\nCompare the whole public key with the publisher's; to replace the "
+                                            "key, remove the trusted one first");
+}
+
 TrustChange AddKey(const Options& options) {
     std::string text;
     MinisignPublicKey key = ReadKeyFile(options.trustArgument, &text);
     const std::string folder = CreateTrustStore(options);
     CheckTrustStore(folder);
+    RefuseKeyWithTrustedId(options, key);
     const std::string keyId = KeyIdText(key.keyId);
     const std::string path = folder + "/" + keyId + ".pub";
     if (!WriteFileAtomically(path, text, 0644))
@@ -89,7 +102,7 @@ TrustChange ListKeys(const Options& options) {
     CheckTrustStore(TrustedKeysFolder(options.HostFolder()));
     TrustChange change{"list", "", "", {}};
     for (const TrustedKey& key : LoadTrustedKeys(options.HostFolder()))
-        change.keys.push_back({KeyIdText(key.key.keyId), key.key.comment, key.file});
+        change.keys.push_back({KeyIdText(key.key.keyId), PublicKeyText(key.key), key.key.comment, key.file});
     return change;
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <functional>
 #include <set>
 
@@ -14,9 +15,10 @@
 #include "model/Vocabulary.h"
 #include "render/JsonRenderer.h"
 #include "render/TextRenderer.h"
+#include "repository/ChannelConfig.h"
 #include "repository/Staging.h"
 #include "repository/Trust.h"
-#include "store/AcceptedSerials.h"
+#include "store/ChannelSerials.h"
 #include "store/History.h"
 #include "store/UpdateLock.h"
 #include "util/UtcTime.h"
@@ -104,8 +106,13 @@ private:
 // nothing to do, refused when the provider's condition check says no, else
 // planned. The same decision for --dry-run and for the update.
 ModuleOutcome Plan(const Port& port, const ModuleReading& reading) {
-    ModuleOutcome result{port, reading, reading.status, std::nullopt, false, "", "", 0, {}};
-    if (!StatusNeedsUpdate(reading.status) || !reading.hasPackage) return result;
+    ModuleOutcome result{port, reading, reading.status, "", false, std::nullopt, false, "", "", 0, {}};
+    if (!PlanRuns(reading.plan)) return result;
+    if (port.badWwpn) {
+        result.outcome = kRefused;
+        result.reason = "bad-wwpn";
+        return result;
+    }
     TakeOperatorMessages();  // what came before belongs to no update
     CManageRepositoryInfo package = reading.package;
     if (port.vendor->CheckUpdateConditionByDevicevendor(reading.kind, &package) != 0) {
@@ -114,6 +121,7 @@ ModuleOutcome Plan(const Port& port, const ModuleReading& reading) {
         return result;
     }
     result.outcome = kPlanned;
+    result.downgrade = reading.plan == "downgrade";
     return result;
 }
 
@@ -152,14 +160,18 @@ void StageArchives(const std::vector<Port>& ports, Repository& repository, Stagi
         repository.UseStagedCopy(entry->archive, staging.Stage(repository.folder(), *entry));
 }
 
-// Checked again under the lock: another run may have accepted a newer catalogue since loading.
-void AcceptSerial(const Options& options, const Repository& repository) {
+// Checked again under the lock, just before the first module runs: the
+// catalogue may have expired while this run waited, the server's channel
+// changed, or another run accepted a newer catalogue since loading.
+void RecheckUnderLock(const Options& options, const Repository& repository) {
     const RepositoryTrust& trust = repository.trust();
+    const std::string path = repository.folder() + "/" + kCatalogueFile;
+    if (trust.expiresAt) CheckNotExpired(path, trust.expires, *trust.expiresAt, std::time(nullptr));
+    CheckChannel(path, trust.channel, ReadChannel(options.HostFolder()));
     if (trust.keyId.empty() || !trust.serial) return;
-    AcceptedSerials serials(options.HostFolder());
-    CheckNotRolledBack(repository.folder() + "/" + kCatalogueFile, trust.keyId, *trust.serial,
-                       serials.Highest(trust.keyId, trust.realPath));
-    serials.Accept(trust.keyId, trust.realPath, *trust.serial);
+    ChannelSerials serials(options.HostFolder());
+    serials.CheckNotRolledBack(path, trust.channel, *trust.serial);
+    if (!options.dryRun) serials.Accept(trust.channel, *trust.serial);
 }
 
 bool IsHostWide(const std::string& kind) { return kind == kDriver || kind == kUtility; }
@@ -201,6 +213,8 @@ std::vector<ModuleOutcome> FoldHostWide(std::vector<ModuleOutcome> results) {
 std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& repository, const Options& options) {
     SurveyScope scope;
     scope.modules = SurveyScope::Modules::kUpdateOrder;
+    scope.afresh = true;
+    scope.allowDowngrade = options.allowDowngrade;
     std::vector<ModuleOutcome> plan;
     for (const PortSurvey& port : SurveyServer(ports, repository, scope, options.root).ports)
         for (const ModuleReading& reading : port.modules) plan.push_back(Plan(port.port, reading));
@@ -214,7 +228,9 @@ std::vector<ModuleOutcome> UpdateAll(std::vector<Port>& ports, const Repository&
     std::vector<ModuleOutcome> results;
     for (const Port& port : ports)
         for (const std::string& kind : UpdateOrder(port.vendor)) {
-            results.push_back(UpdateModule(port, ReadModuleAfresh(port, kind, repository)));
+            ModuleReading reading = ReadModuleAfresh(port, kind, repository);
+            reading.plan = UpdatePlan(reading.status, reading.hasPackage, options.allowDowngrade);
+            results.push_back(UpdateModule(port, reading));
             const std::string& outcome = results.back().outcome;
             if (outcome == kUpdated || ExitCodeOf(outcome) != kExitOk)
                 RecordHistory(options, results.back(), provenance);
@@ -224,18 +240,19 @@ std::vector<ModuleOutcome> UpdateAll(std::vector<Port>& ports, const Repository&
 
 Outcome<UpdateRun> RunUpdate(const Options& options) {
     UseInstallRoot(options);
-    Repository repository =
-        Repository::Load(options.RepositoryFolder(), TrustPolicy{options.HostFolder(), options.allowUnsigned, true});
+    Repository repository = Repository::Load(
+        options.RepositoryFolder(),
+        TrustPolicy{options.HostFolder(), ReadChannel(options.HostFolder()), options.allowUnsigned, true});
     if (repository.empty()) throw HostError(kExitRepository, "the repository holds no update package");
     UpdateLock lock(options.root, options.waitSeconds);
     Session session(options);
     StagingArea staging(options.root);
     StageArchives(session.ports(), repository, staging);
-    if (!options.dryRun) AcceptSerial(options, repository);
+    RecheckUnderLock(options, repository);
     Outcome<UpdateRun> outcome;
     UpdateRun& run = outcome.result;
     run.dryRun = options.dryRun;
-    run.repository = {true, repository.folder(), repository.trust().verified};
+    run.repository = StateOf(repository);
     run.provenance = ProvenanceOf(repository.trust());
     run.results = options.dryRun ? PlanAll(session.ports(), repository, options)
                                  : UpdateAll(session.ports(), repository, options, run.provenance);
@@ -253,7 +270,7 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
 
 Command UpdateCommand() {
     std::vector<std::string> globals = AdapterOptions();
-    globals.insert(globals.end(), {"--wait", "--allow-unsigned"});
+    globals.push_back("--wait");
     return MakeCommand<UpdateRun>("update", "bring every module to the repository version",
                                   {globals,
                                    {kExitUpdateFailed, kExitApplyCheck, kExitRefused, kExitLockBusy, kExitProvider,

@@ -16,7 +16,7 @@ const std::vector<ExitCodeInfo>& ExitCodeTable() {
         {kExitNoDevice, "no-device", "no supported adapter found, or --port matched nothing"},
         {kExitRepository, "bad-repository", "repository missing, empty or broken"},
         {kExitUntrusted, "untrusted-repository",
-         "repository not trusted (signature, key, checksum, rollback or expiry)"},
+         "repository not trusted (signature, key, checksum, channel, rollback or expiry)"},
         {kExitProvider, "provider-missing", "provider library missing or unusable"},
         {kExitLockBusy, "lock-busy", "another qdmhost update holds the install root"},
         {kExitUsage, "usage", "bad command line"},

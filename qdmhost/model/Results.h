@@ -25,6 +25,8 @@ struct ModuleOutcome {
     Port port;
     ModuleReading reading;
     std::string outcome;  // a status when nothing was to do, else planned, refused, updated, failed...
+    std::string reason;   // why a module was refused before its condition check (bad-wwpn)
+    bool downgrade = false;
     std::optional<std::vector<OperatorMessage>> messages;  // refused or run: what the provider said
     bool ran = false;                                     // the steps ran: the fields below are set
     std::string now;                                      // the version read after the steps
@@ -59,6 +61,7 @@ struct HistoryEntries {
 
 struct TrustedKeyRow {
     std::string keyId;
+    std::string publicKey;
     std::string comment;
     std::string file;
 };

@@ -17,13 +17,16 @@ std::vector<std::string> MissingComponents(const Port& port) {
     return names;
 }
 
-std::vector<ModuleReading> ReadModules(const Port& port, const Repository& repository, SurveyScope::Modules which) {
+std::vector<ModuleReading> ReadModules(const Port& port, const Repository& repository, const SurveyScope& scope) {
+    std::vector<std::string> kinds;
+    if (scope.modules == SurveyScope::Modules::kInventory)
+        for (const ModuleKind& kind : ModuleKinds()) kinds.push_back(kind.word);
+    if (scope.modules == SurveyScope::Modules::kUpdateOrder) kinds = UpdateOrder(port.vendor);
     std::vector<ModuleReading> readings;
-    if (which == SurveyScope::Modules::kInventory)
-        for (const ModuleKind& kind : ModuleKinds()) readings.push_back(ReadModule(port, kind.word, repository));
-    if (which == SurveyScope::Modules::kUpdateOrder)
-        for (const std::string& kind : UpdateOrder(port.vendor))
-            readings.push_back(ReadModuleAfresh(port, kind, repository));
+    for (const std::string& kind : kinds) {
+        readings.push_back(scope.afresh ? ReadModuleAfresh(port, kind, repository) : ReadModule(port, kind, repository));
+        readings.back().plan = UpdatePlan(readings.back().status, readings.back().hasPackage, scope.allowDowngrade);
+    }
     return readings;
 }
 
@@ -41,6 +44,12 @@ void RateBootBios(PortSurvey& port, const Repository& repository) {
 }
 
 }  // namespace
+
+RepositoryState StateOf(const Repository& repository) {
+    const RepositoryTrust& trust = repository.trust();
+    return {!repository.folder().empty(), repository.folder(), trust.verified, trust.unsignedAccepted,
+            trust.problem, trust.message, trust.failureCode};
+}
 
 std::vector<std::string> UpdateOrder(CVendor* vendor) {
     std::vector<std::string> kinds;
@@ -86,11 +95,10 @@ std::string UtilityCheck(const Port& port, const Repository& repository) {
 ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository, const SurveyScope& scope,
                           const std::string& root) {
     ServerSurvey survey;
-    survey.repository = {!repository.empty(), repository.folder(), repository.trust().verified};
+    survey.repository = StateOf(repository);
     if (scope.missingComponents && !ports.empty()) survey.missingComponents = MissingComponents(ports.front());
     for (const Port& port : ports)
-        survey.ports.push_back(
-            {port, port.vendor->GetModelKey(), ReadModules(port, repository, scope.modules), "", "", "", ""});
+        survey.ports.push_back({port, port.vendor->GetModelKey(), ReadModules(port, repository, scope), "", "", "", ""});
     if (scope.bootBios) {
         std::vector<std::string> bootBios = BootBiosVersions(ports, root);
         for (std::size_t i = 0; i < ports.size(); ++i) {

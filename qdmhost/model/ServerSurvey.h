@@ -20,6 +20,7 @@ struct ModuleReading {
     CManageRepositoryInfo package;
     bool repositoryVerified = false;  // the package's catalogue passed the trust checks
     std::string status;               // model/Vocabulary.h
+    std::string plan;                 // what an update would do (model/Vocabulary.h UpdatePlan)
 };
 
 struct PortSurvey {
@@ -38,6 +39,10 @@ struct RepositoryState {
     bool present = false;  // false: no repository (inventory, check and metrics go on)
     std::string folder;
     bool verified = false;
+    bool unsignedAccepted = false;
+    std::string problem;  // the reason word of what is wrong with it; empty when nothing
+    std::string message;
+    int failureCode = 0;  // the exit code when it could not be loaded at all
 };
 
 struct ServerSurvey {
@@ -49,7 +54,9 @@ struct ServerSurvey {
 // What a command needs to know; each part costs tool runs.
 struct SurveyScope {
     enum class Modules { kNone, kInventory, kUpdateOrder };
-    Modules modules = Modules::kNone;  // inventory: firm, driver, util; update order: the vendor's, read afresh
+    Modules modules = Modules::kNone;  // inventory: firm, driver, util; update order: the vendor's
+    bool afresh = false;               // the modules' cached readings dropped first (an update's plan)
+    bool allowDowngrade = false;       // --allow-downgrade, for the modules' plans
     bool bootBios = false;
     bool utilityCheck = false;
     bool missingComponents = false;
@@ -58,6 +65,8 @@ struct SurveyScope {
 ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository, const SurveyScope& scope,
                           const std::string& root);
 
+// What the survey keeps of a loaded repository.
+RepositoryState StateOf(const Repository& repository);
 // Module kinds in the vendor's update order.
 std::vector<std::string> UpdateOrder(CVendor* vendor);
 // Reads the module's operating version afresh (into its version cache) and

@@ -35,9 +35,15 @@ std::string VersionStatus(const std::string& operating, bool hasPackage, int com
     return kStatusCurrent;
 }
 
-bool StatusNeedsUpdate(const std::string& status) {
-    return status == kStatusOlder || status == kStatusNewer || status == kStatusUnreadable;
+std::string UpdatePlan(const std::string& status, bool hasPackage, bool allowDowngrade) {
+    if (!hasPackage) return "none";
+    if (status == kStatusOlder || status == kStatusUnreadable) return "update";
+    // An older image is wrong software unless the operator asks for it.
+    if (status == kStatusNewer) return allowDowngrade ? "downgrade" : "keep-newer";
+    return "none";
 }
+
+bool PlanRuns(const std::string& plan) { return plan == "update" || plan == "downgrade"; }
 
 const std::vector<std::string>& UtilityCheckResults() {
     static const std::vector<std::string> results = {kUtilityPassed, kUtilityRefused, kNoUtility};

@@ -36,8 +36,11 @@ const std::vector<std::string>& ModuleStatuses();
 // is newer. It answers 0 for malformed texts too, so "abnormal" (the
 // provider's unreadable sentinel) and an empty text are decided first.
 std::string VersionStatus(const std::string& operating, bool hasPackage, int comparison);
-// Whether an update brings the module to the repository version.
-bool StatusNeedsUpdate(const std::string& status);
+// What an update would do with a module of this status: "update" (older or
+// unreadable), "downgrade" (newer, only when allowed), "keep-newer" (newer:
+// left alone) or "none" (current, or nothing to update from).
+std::string UpdatePlan(const std::string& status, bool hasPackage, bool allowDowngrade);
+bool PlanRuns(const std::string& plan);
 
 const char kUtilityPassed[] = "passed";
 const char kUtilityRefused[] = "refused";

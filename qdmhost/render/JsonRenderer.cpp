@@ -13,9 +13,16 @@ Json VerifiedJson(const RepositoryState& repository) {
     return repository.present ? Json(repository.verified) : Json(nullptr);
 }
 
+// What is wrong with the repository ({"reason", "message"}); null when nothing.
+Json ProblemJson(const RepositoryState& repository) {
+    if (repository.problem.empty()) return nullptr;
+    return {{"reason", repository.problem}, {"message", repository.message}};
+}
+
 Json ModuleJson(const ModuleReading& reading) {
     Json module = {{"kind", reading.kind},
                    {"status", reading.status},
+                   {"plan", reading.plan},
                    {"operating", OrNull(reading.operating, reading.module != nullptr)},
                    {"repository", OrNull(reading.package.version, reading.hasPackage)}};
     // Marks only what is doubtful, as the table does.
@@ -48,16 +55,23 @@ Json InventoryJson(const ServerSurvey& survey) {
     }
     return {{"repository", OrNull(survey.repository.folder, survey.repository.present)},
             {"repositoryVerified", VerifiedJson(survey.repository)},
+            {"repositoryProblem", ProblemJson(survey.repository)},
             {"ports", ports}};
 }
 
 Json CheckJson(const ServerSurvey& survey) {
     Json ports = Json::array();
-    for (const PortSurvey& port : survey.ports)
-        ports.push_back(
-            {{"deviceId", port.port.deviceId}, {"wwpn", port.port.wwpn}, {"utilityCheck", port.utilityCheck}});
+    for (const PortSurvey& port : survey.ports) {
+        Json plans = Json::object();
+        for (const ModuleReading& reading : port.modules) plans[reading.kind] = reading.plan;
+        ports.push_back({{"deviceId", port.port.deviceId},
+                         {"wwpn", port.port.wwpn},
+                         {"utilityCheck", port.utilityCheck},
+                         {"plans", plans}});
+    }
     return {{"missingComponents", survey.missingComponents},
             {"repositoryVerified", VerifiedJson(survey.repository)},
+            {"repositoryProblem", ProblemJson(survey.repository)},
             {"ports", ports}};
 }
 
@@ -67,6 +81,8 @@ Json ModuleOutcomeJson(const ModuleOutcome& result) {
                  {"busDevFunc", result.port.busDevFunc}, {"kind", reading.kind},
                  {"outcome", result.outcome},        {"from", reading.operating},
                  {"to", OrNull(reading.package.version, reading.hasPackage)}};
+    if (!result.reason.empty()) json["reason"] = result.reason;
+    if (result.downgrade) json["downgrade"] = true;
     if (result.messages) json["messages"] = MessagesJson(*result.messages);
     if (!result.sharedBy.empty()) json["ports"] = result.sharedBy;
     if (result.ran) {
@@ -103,7 +119,7 @@ Json TrustJson(const TrustChange& change) {
     if (change.action == "remove") return {{"action", "remove"}, {"keyId", change.keyId}};
     Json keys = Json::array();
     for (const TrustedKeyRow& key : change.keys)
-        keys.push_back({{"keyId", key.keyId}, {"comment", key.comment}, {"file", key.file}});
+        keys.push_back({{"keyId", key.keyId}, {"publicKey", key.publicKey}, {"comment", key.comment}, {"file", key.file}});
     return {{"action", "list"}, {"keys", keys}};
 }
 

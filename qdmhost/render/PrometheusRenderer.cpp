@@ -79,6 +79,18 @@ void HistoryFamilies(Exposition& out, const std::vector<Json>& history) {
                    entry.second.second == "updated");
 }
 
+// "ok", "none" (no repository), "unsigned" (let through by --allow-unsigned)
+// or the reason word of what is wrong with it.
+void RepositoryFamily(Exposition& out, const RepositoryState& repository) {
+    const std::string reason = !repository.present            ? "none"
+                               : !repository.problem.empty()    ? repository.problem
+                               : repository.unsignedAccepted    ? "unsigned"
+                                                                : "ok";
+    out.Family("qdmhost_repository_status",
+               "1, labelled with the repository's state: ok, none, unsigned, or the reason it is broken or not trusted.");
+    out.Sample("qdmhost_repository_status", {{"reason", reason}}, 1);
+}
+
 void RunFamilies(Exposition& out, const std::optional<HostError>& failure, double seconds) {
     if (failure) {
         out.Family("qdmhost_metrics_error_info", "Why the last metrics run failed: qdmhost's exit code name (always 1).");
@@ -97,6 +109,7 @@ Exposition MetricsExposition(const ServerSurvey& survey, const std::vector<Json>
                              const std::optional<HostError>& failure, double seconds) {
     Exposition out;
     PortFamilies(out, survey.ports);
+    RepositoryFamily(out, survey.repository);
     HistoryFamilies(out, history);
     RunFamilies(out, failure, seconds);
     return out;

@@ -129,8 +129,8 @@ std::string TrustText(const TrustChange& change) {
     if (change.action == "add") return "Trusted key " + change.keyId + " added\n";
     if (change.action == "remove") return "Trusted key " + change.keyId + " removed\n";
     if (change.keys.empty()) return "No trusted key.\n";
-    std::vector<Row> rows = {{"KEY ID", "COMMENT"}};
-    for (const TrustedKeyRow& key : change.keys) rows.push_back({key.keyId, Cell(key.comment)});
+    std::vector<Row> rows = {{"KEY ID", "PUBLIC KEY", "COMMENT"}};
+    for (const TrustedKeyRow& key : change.keys) rows.push_back({key.keyId, key.publicKey, Cell(key.comment)});
     return Table(rows);
 }
 

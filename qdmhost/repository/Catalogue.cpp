@@ -61,6 +61,8 @@ void ParseArchiveDigest(const nlohmann::json& entry, const std::string& where, b
 }
 
 void ParseCatalogueHead(const nlohmann::json& document, bool required, Catalogue* catalogue) {
+    catalogue->channel = StringField(document, "channel", "catalogue");
+    if (!IsSafeUniqueName(catalogue->channel)) BadCatalogue("\"channel\" must be a name of letters, digits, '.', '_', '-'");
     if (Present(document, "serial", "catalogue", required)) {
         catalogue->serial = UnsignedField(document, "serial", "catalogue");
         if (*catalogue->serial == 0) BadCatalogue("\"serial\" must be positive");

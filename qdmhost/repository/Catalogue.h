@@ -22,15 +22,16 @@ struct CatalogueEntry {
 };
 
 struct Catalogue {
+    std::string channel;                  // what the catalogue is for: a server follows one channel
     std::optional<std::uint64_t> serial;  // raised by the publisher with every new catalogue
     std::string expires;                  // RFC 3339 UTC, e.g. 2027-01-01T00:00:00Z
     std::optional<std::time_t> expiresAt;
     std::vector<CatalogueEntry> packages;
 };
 
-// Parses {"serial": N, "expires": T, "packages": [{"uniqueNames": [...],
+// Parses {"channel": NAME, "serial": N, "expires": T, "packages": [{"uniqueNames": [...],
 // "kind", "version", "archive", "sha256", "size"}]}. Every text is checked
-// before it can reach a path or a shell: names and versions of safe
+// before it can reach a path or a shell: channel, names and versions of safe
 // characters, archives plain file names. Two entries serving the same unique
 // name and kind are ambiguous. Without `trustFieldsRequired` serial,
 // expires, sha256 and size may be absent (checked when present). Throws

@@ -133,6 +133,16 @@ std::string KeyIdText(const MinisignKeyId& id) {
     return text;
 }
 
+std::string PublicKeyText(const MinisignPublicKey& key) {
+    std::vector<unsigned char> bytes = {'E', 'd'};
+    bytes.insert(bytes.end(), key.keyId.begin(), key.keyId.end());
+    bytes.insert(bytes.end(), key.key.begin(), key.key.end());
+    std::string text(sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+    ::sodium_bin2base64(&text[0], text.size(), bytes.data(), bytes.size(), sodium_base64_VARIANT_ORIGINAL);
+    text.resize(text.size() - 1);  // the terminating NUL
+    return text;
+}
+
 bool IsKeyIdText(const std::string& text) {
     return text.size() == 16 &&
            std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isxdigit(c) != 0; });

@@ -41,6 +41,9 @@ bool VerifyMinisign(const MinisignPublicKey& key, const MinisignSignature& signa
 
 // "482665D5CC7C0CE8": the little-endian 64-bit id in upper-case hex, as minisign prints it.
 std::string KeyIdText(const MinisignKeyId& id);
+// The key line of a public key file (base64 of "Ed" + key id + key), as
+// `minisign -G` prints it and `minisign -P` takes it: what operators compare.
+std::string PublicKeyText(const MinisignPublicKey& key);
 // True for 16 hex digits of either case.
 bool IsKeyIdText(const std::string& text);
 

@@ -1,18 +1,16 @@
 // Loading a repository: one read of the catalogue, whose bytes are verified
 // and then parsed, and the trust checks the command's policy applies.
-#include <limits.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <functional>
 
 #include "repository/Repository.h"
+#include "store/ChannelSerials.h"
 #include "cli/Console.h"
 #include "util/Files.h"
 #include "model/HostError.h"
 #include "repository/Trust.h"
-#include "store/AcceptedSerials.h"
 
 namespace qdmcli {
 
@@ -25,11 +23,6 @@ std::string ReadCatalogue(const std::string& path) {
         throw HostError(kExitRepository, "repository: " + path + " is not a regular file");
     if (read.result != ReadResult::kOk) throw HostError(kExitRepository, "repository: cannot read " + path);
     return read.text;
-}
-
-std::string RealPath(const std::string& folder) {
-    char resolved[PATH_MAX];
-    return ::realpath(folder.c_str(), resolved) ? std::string(resolved) : folder;
 }
 
 // lstat: a link could lead out of the repository.
@@ -59,7 +52,10 @@ public:
             }
             if (policy_.refuseUntrusted) throw;
             Warn(std::string(error.what()) + "; its versions are shown as unverified");
-            if (trust_->problem.empty()) trust_->problem = error.reason();
+            if (trust_->problem.empty()) {
+                trust_->problem = error.reason();
+                trust_->message = error.what();
+            }
         }
     }
 
@@ -74,28 +70,22 @@ Repository Repository::Load(const std::string& folder, const TrustPolicy& policy
     const std::string path = folder + "/" + kCatalogueFile;
     const std::string bytes = ReadCatalogue(path);
     RepositoryTrust trust;
-    trust.realPath = RealPath(folder);
     TrustChecks checks(policy, &trust);
     checks.Run([&] { trust.keyId = VerifyCatalogueSignature(path, bytes, LoadTrustedKeys(policy.hostFolder)); });
     Catalogue catalogue = ParseCatalogue(bytes, !policy.allowUnsigned);
+    trust.channel = catalogue.channel;
     trust.serial = catalogue.serial;
+    trust.expires = catalogue.expires;
+    trust.expiresAt = catalogue.expiresAt;
+    checks.Run([&] { CheckChannel(path, catalogue.channel, policy.channel); });
     if (catalogue.expiresAt)
         checks.Run([&] { CheckNotExpired(path, catalogue.expires, *catalogue.expiresAt, std::time(nullptr)); });
     if (!trust.keyId.empty() && catalogue.serial)
-        checks.Run([&] {
-            CheckNotRolledBack(path, trust.keyId, *catalogue.serial,
-                               AcceptedSerials(policy.hostFolder).Highest(trust.keyId, trust.realPath));
-        });
+        checks.Run([&] { ChannelSerials(policy.hostFolder).CheckNotRolledBack(path, catalogue.channel, *catalogue.serial); });
     for (const CatalogueEntry& entry : catalogue.packages)
         checks.Run([&] { CheckArchiveIsRegularFile(folder + "/" + entry.archive); });
     trust.verified = trust.problem.empty() && !trust.unsignedAccepted;
     return Repository(folder, std::move(catalogue.packages), std::move(trust));
-}
-
-Repository Repository::LoadOptional(const std::string& folder, bool named, const TrustPolicy& policy) {
-    struct stat info;
-    if (!named && ::stat(folder.c_str(), &info) != 0) return Repository();
-    return Load(folder, policy);
 }
 
 const CatalogueEntry* Repository::EntryFor(const std::string& modelKey, const std::string& kind) const {

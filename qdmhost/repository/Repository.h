@@ -2,6 +2,7 @@
 // The update repository: a folder with "catalogue.json", its minisign
 // signature "catalogue.json.minisig" and the update module archives it names.
 #include <cstdint>
+#include <ctime>
 #include <map>
 #include <optional>
 #include <string>
@@ -15,6 +16,7 @@ namespace qdmcli {
 // How a command treats a repository that cannot be trusted.
 struct TrustPolicy {
     std::string hostFolder;        // <root>/qdmhost: trusted keys and accepted serials
+    std::string channel;           // the channel the server follows (qdmhost.conf)
     bool allowUnsigned = false;    // --allow-unsigned: signature problems are a loud warning
     bool refuseUntrusted = true;   // false (inventory, check): a warning and unverified versions
 };
@@ -24,9 +26,13 @@ struct RepositoryTrust {
     bool verified = false;           // signed by a trusted key, current, no rollback
     bool unsignedAccepted = false;   // let through by --allow-unsigned
     std::string problem;             // the reason word when not verified
+    std::string message;             // what the first problem was
+    int failureCode = 0;             // the exit code when the repository could not be loaded at all
     std::string keyId;               // of the verified signature
+    std::string channel;
     std::optional<std::uint64_t> serial;
-    std::string realPath;            // the repository folder, links resolved
+    std::string expires;
+    std::optional<std::time_t> expiresAt;
 };
 
 class Repository {
@@ -40,9 +46,6 @@ public:
     // archive is a regular file of the folder. Throws HostError
     // (bad-repository, untrusted-repository as the policy says).
     static Repository Load(const std::string& folder, const TrustPolicy& policy);
-    // For a command that can do without one: a missing default folder is no
-    // repository, a named one (`named`) must load.
-    static Repository LoadOptional(const std::string& folder, bool named, const TrustPolicy& policy);
 
     bool empty() const { return entries_.empty(); }
     const std::string& folder() const { return folder_; }

@@ -6,7 +6,6 @@
 #include <filesystem>
 
 #include "cli/Console.h"
-#include "FileUtility.h"
 #include "util/Files.h"
 #include "model/HostError.h"
 
@@ -23,7 +22,8 @@ bool IsSignatureReason(const std::string& reason) {
 
 std::string WhoElseMayChange(const struct stat& info) {
     if (info.st_mode & (S_IWGRP | S_IWOTH)) return "writable by group or others";
-    if (::geteuid() == 0 && info.st_uid != 0) return "owned by user " + std::to_string(info.st_uid) + ", not root";
+    if (info.st_uid != 0 && info.st_uid != ::geteuid())
+        return "owned by user " + std::to_string(info.st_uid) + ", not root" + (::geteuid() == 0 ? "" : " or us");
     return "";
 }
 
@@ -114,12 +114,11 @@ void CheckNotExpired(const std::string& cataloguePath, const std::string& expire
                                            ": the publisher must sign a new catalogue (a frozen repository)");
 }
 
-void CheckNotRolledBack(const std::string& cataloguePath, const std::string& keyId, std::uint64_t serial,
-                        std::uint64_t highest) {
-    if (serial < highest)
-        Untrusted(untrusted::kRollback, cataloguePath + " has serial " + std::to_string(serial) +
-                                            ", lower than serial " + std::to_string(highest) +
-                                            " accepted before from this repository with key " + keyId);
+void CheckChannel(const std::string& cataloguePath, const std::string& channel, const std::string& serverChannel) {
+    if (channel != serverChannel)
+        Untrusted(untrusted::kWrongChannel, cataloguePath + " is published for channel \"" + channel +
+                                                "\"; this server follows channel \"" + serverChannel +
+                                                "\" (qdmhost.conf)");
 }
 
 }  // namespace qdmcli

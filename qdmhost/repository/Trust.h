@@ -1,8 +1,8 @@
 #pragma once
 // Whether a repository's catalogue may be believed: a minisign signature by
-// one of the install root's trusted keys, an expiry not yet passed, and a
-// serial not lower than the highest accepted before from the same key and
-// repository.
+// one of the install root's trusted keys, the server's channel, an expiry
+// not yet passed, and a serial not lower than the highest accepted before on
+// that channel (ChannelSerials).
 #include <sys/stat.h>
 
 #include <cstdint>
@@ -32,6 +32,8 @@ const char kArchiveNotRegular[] = "archive-not-regular";
 const char kArchiveTooLarge[] = "archive-too-large";
 const char kRollback[] = "rollback";
 const char kExpired[] = "expired";
+const char kWrongChannel[] = "wrong-channel";
+const char kState[] = "state";  // the accepted serials cannot be read
 }  // namespace untrusted
 
 // Throws HostError (untrusted-repository) carrying the reason word, which the
@@ -41,7 +43,7 @@ const char kExpired[] = "expired";
 bool IsSignatureReason(const std::string& reason);
 
 // Empty when only its owner can change the file or folder, and that owner is
-// root when we run as root; else why not.
+// root or we; else why not.
 std::string WhoElseMayChange(const struct stat& info);
 
 std::string TrustedKeysFolder(const std::string& hostFolder);
@@ -68,10 +70,7 @@ std::string VerifyCatalogueSignature(const std::string& cataloguePath, const std
 // repository would keep a server on old versions for ever.
 void CheckNotExpired(const std::string& cataloguePath, const std::string& expires, std::time_t expiresAt,
                      std::time_t now);
-
-// Refuses (rollback) a serial lower than `highest`, the highest accepted
-// before from this key and repository.
-void CheckNotRolledBack(const std::string& cataloguePath, const std::string& keyId, std::uint64_t serial,
-                        std::uint64_t highest);
+// Refuses (wrong-channel) a catalogue published for another channel than the server follows.
+void CheckChannel(const std::string& cataloguePath, const std::string& channel, const std::string& serverChannel);
 
 }  // namespace qdmcli

@@ -152,7 +152,7 @@ TEST_P(SpoiltWorkArea, InventoryAndUpdateFailCleanly) {
     const std::string workArea = e2e::kRoot + "/tmp";
     BuildDemoRepository();
     std::filesystem::create_directories(workArea);
-    ASSERT_EQ(::mount("qdmtest", workArea.c_str(), "tmpfs", readOnly ? MS_RDONLY : 0, "size=64k"), 0)
+    ASSERT_EQ(::mount("qdmtest", workArea.c_str(), "tmpfs", readOnly ? MS_RDONLY : 0, "size=64k,mode=0700"), 0)
         << std::strerror(errno);
     const int filler = readOnly ? -1 : ::open((workArea + "/filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
     while (filler >= 0 && ::write(filler, std::string(4096, '\0').data(), 4096) > 0) continue;

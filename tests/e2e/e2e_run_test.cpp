@@ -55,8 +55,8 @@ TEST_F(E2eTest, PortSelectorsAndUnlistedAdapter) {
         json ports = Document(Run({"--json", "--port", selector, "inventory"}), "inventory", 0)["ports"];
         ASSERT_EQ(ports.size(), 1u) << selector;
         EXPECT_EQ(ports[0]["wwpn"], "10000000C9B20002") << selector;
-        EXPECT_EQ(ports[0]["modules"][0], json({{"kind", "firm"}, {"operating", "2.02a5"}, {"repository", nullptr},
-                                                {"status", "no-package"}}));
+        EXPECT_EQ(ports[0]["modules"][0], json({{"kind", "firm"}, {"operating", "2.02a5"}, {"plan", "none"},
+                                                {"repository", nullptr}, {"status", "no-package"}}));
     }
     qdmtest::WriteFile(e2e::kRoot + "/qdmhost/devices.json",
                        R"({"devices": [{"match": "PCI\\VEN_10DF&DEV_E200", "class": "CFC_EMULEX_16G_Vendor"}]})");
@@ -95,12 +95,12 @@ TEST_F(E2eTest, ErrorExitCodes) {
         {{"--provider", folder_, "inventory"}, "", "", 2, "usage", "--provider " + folder_ + ": not a regular file"},
         {{"trust", "add", "/nonexistent.pub"}, "", "", 2, "usage", "trust add /nonexistent.pub: no such file"},
         {{"--port", "9/9/9", "check"}, "", "", 9, "no-device", "no port matches --port 9/9/9"},
-        {{"--allow-unsigned", "--repo", repo_, "update"}, catalogue, "{\"packages\": []}", 8, "bad-repository",
+        {{"--allow-unsigned", "--repo", repo_, "update"}, catalogue, "{\"channel\": \"default\", \"packages\": []}", 8, "bad-repository",
          "holds no update package"},
-        {{"--allow-unsigned", "--repo", repo_, "update"}, catalogue, "{\"packages\": [", 8, "bad-repository",
+        {{"--allow-unsigned", "--repo", repo_, "update"}, catalogue, "{\"channel\": \"default\", \"packages\": [", 8, "bad-repository",
          "not valid JSON"},
         {{"--allow-unsigned", "--repo", repo_, "update"}, catalogue,
-         R"({"packages": [{"uniqueNames": ["fcelx_16g"], "kind": "firm", "version": "1", "archive": "fw.zip"}]})", 8,
+         R"({"channel": "default", "packages": [{"uniqueNames": ["fcelx_16g"], "kind": "firm", "version": "1", "archive": "fw.zip"}]})", 8,
          "bad-repository", "fw.zip is missing"},
         {{"inventory"}, table, nullptr, 9, "no-device", "supported-device table"},
     };

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "Archive.h"
+#include "CommandWords.h"
 #include "CommonInformation.h"
 #include "FileUtility.h"
 #include "HostSys.h"
@@ -257,6 +258,14 @@ TEST_F(HostLayerTest, ExecRunsCommandsAndEndsTheWholeTreeOnTimeout) {
     EXPECT_EQ((Strings{"0 0", fs::canonical(temp_).string() + "\n"}),
               (Strings{run("cat; pwd -P", out, temp_), ReadFile(out)}));
     EXPECT_EQ(Exec::EXEC_OK, Exec::ExecForeignModule("exit 4", "", "", nullptr, Exec::NO_TIMEOUT));
+    // Started directly: output, work folder, time-out (20 s scaled to 0.2 s). What cannot be run so is left to
+    // the shell: a missing program (127), a file not executable (126), a script without "#!".
+    WriteFile(temp_ + "/plain.txt", "");
+    WriteFile(temp_ + "/nohashbang.sh", "exit 7\n");
+    fs::permissions(temp_ + "/nohashbang.sh", fs::perms::owner_all);
+    EXPECT_EQ((Strings{"0 0", fs::canonical(temp_).string() + "\n", "255 42", "0 127", "0 126", "0 7"}),
+              (Strings{run("/bin/pwd  -P", out, temp_), ReadFile(out), run("sleep 30", "", "", 20000),
+                       run("no-such-program-qdm", out), run(temp_ + "/plain.txt"), run("./nohashbang.sh", "", temp_)}));
     WriteFile(root_ + "/outside.txt", "kept\n");
     fs::create_symlink(root_ + "/outside.txt", temp_ + "/symlink.txt");
     fs::create_hard_link(root_ + "/outside.txt", temp_ + "/hardlink.txt");
@@ -281,6 +290,28 @@ TEST_F(HostLayerTest, ExecRunsCommandsAndEndsTheWholeTreeOnTimeout) {
     EXPECT_TRUE(ended());
     qdmhost::SetTimeoutScale(0);
     EXPECT_DOUBLE_EQ(1.0, qdmhost::GetTimeoutScale()) << "a scale must be positive";
+}
+
+TEST(CommandWordsTest, OnlyLinesWithoutShellSyntaxSplitIntoWords) {
+    auto words = [](const std::string& line) {
+        std::string joined;
+        for (const std::string& word : qdmhost::PlainCommandWords(line)) joined += "[" + word + "]";
+        return joined;
+    };
+    // Blanks and tabs separate; = - , : + @ are literal past the first word.
+    EXPECT_EQ("[/usr/sbin/ocmanager/hbacmd][listhbas]|[hbacmd][Download][10:00:00:90:FA:C3:00:01][/w/fw_1.2-3+x.grp]|"
+              "[rpm][-Uhv][--opt=a,b][x@y]",
+              Each({"/usr/sbin/ocmanager/hbacmd listhbas ", "\thbacmd  Download 10:00:00:90:FA:C3:00:01 /w/fw_1.2-3+x.grp",
+                    "rpm -Uhv --opt=a,b x@y"},
+                   words));
+    // Needs a shell: nothing at all, quotes, expansions, redirection and operators, globs, tilde, braces, brackets,
+    // parentheses, comment, history, job, escapes, newline, control and non-ASCII bytes; an assignment; keywords
+    // and built-ins.
+    const Strings shell = {"", "  \t", "ls \"a b\"", "ls 'a'", "echo $HOME", "ls `pwd`", "a; b", "a | b", "a & b",
+                           "a > f", "a < f", "ls *", "ls ?", "ls [ab]", "ls ~", "ls {a,b}", "(ls)", "ls # c",
+                           "!ls", "fg %1", "ls a\\ b", "ls\nrm x", "ls\r", "ls \x01", "ls caf\xc3\xa9",
+                           "LANG=C ls", "if", "exit 4", "cd /", ".", ":", "echo hi", "exec ls", "time ls"};
+    EXPECT_EQ(std::string(shell.size() - 1, '|'), Each(shell, words));
 }
 
 TEST_F(HostLayerTest, DebugTraceAndOperatorMessages) {

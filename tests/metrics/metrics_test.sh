@@ -49,14 +49,14 @@ expect x "qdmhost_module_status{kind=\"firm\",model=\"fcelx_8g1p\",$port,status=
     "qdmhost_utility_check{model=\"fcelx_8g1p\",$port,result=\"passed\"} 1" \
     'qdmhost_last_update_timestamp_seconds{kind="firm",pci_address="0000:05:00.0",port="10000090FAC30001"} 1767326400' \
     'qdmhost_last_update_success{kind="firm",outcome="updated",pci_address="0000:05:00.0",port="10000090FAC30001"} 1' \
-    'qdmhost_metrics_success 1'
+    'qdmhost_repository_status{reason="ok"} 1' 'qdmhost_metrics_success 1'
 
-# The tool reports a garbled WWPN and boot BIOS version; the cached readings go.
+# The tool reports a garbled WWPN (no WWPN: left out) and boot BIOS version; the cached readings go.
 "$qdmsim" state set /adapters/2/ports/1/wwpn '10:00:00:90:fa:c3:"q\b'
 "$qdmsim" state set /adapters/2/bootBios '5.12"a\3'
 rm -rf "$demo_root/tmp/EMULEX/cache"
 metrics 0
-expect '' 'port="10000090FAC3\"Q\\B"' 'boot_bios_version="5.12\"a\\3"'
+expect '' 'pci_address="0000:05:00.1",port=""' 'boot_bios_version="5.12\"a\\3"'
 
 exporter_port=$(/usr/bin/python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 prometheus-node-exporter --web.listen-address="127.0.0.1:$exporter_port" --collector.disable-defaults \

@@ -33,6 +33,7 @@ def render_report(fleet):
     (the template escapes every value itself), blocks trimmed."""
     environment = jinja2.Environment(loader=jinja2.FileSystemLoader(TEMPLATES), trim_blocks=True,
                                      undefined=jinja2.StrictUndefined, autoescape=False)
+    # The report's rules, which the page only paints.
     environment.filters.update({"velmora.fc." + name: function for name, function in FILTERS.items()})
     return environment.get_template("fleet_report.html.j2").render(fleet=fleet)
 

@@ -72,8 +72,9 @@ def command_line(params, command):
         argv += ["--port", port]
     if params.get("wait"):
         argv += ["--wait", str(params["wait"])]
-    if params.get("allow_unsigned"):
-        argv.append("--allow-unsigned")
+    for flag in ("allow_unsigned", "allow_downgrade"):
+        if params.get(flag):
+            argv.append("--" + flag.replace("_", "-"))
     return argv + list(command)
 
 

@@ -38,6 +38,13 @@ options:
         Sizes, hashes and expiry are still checked; the history records the update as unsigned.
     type: bool
     default: false
+  allow_downgrade:
+    description:
+      - Also update a module whose adapter is newer than the repository, to the repository's older
+        version (qdmhost C(--allow-downgrade)); the history records it as a downgrade. Without it such
+        a module is left alone and reported as C(newer).
+    type: bool
+    default: false
   timeout:
     description:
       - Seconds the update may take. A run that has not finished by then is killed, with the adapter
@@ -217,7 +224,8 @@ def fail(module, error, dry_run):
 
 def main():
     options = common_argument_spec(default_timeout=3600)
-    options.update(wait=dict(type="int", default=0), allow_unsigned=dict(type="bool", default=False))
+    options.update(wait=dict(type="int", default=0), allow_unsigned=dict(type="bool", default=False),
+                   allow_downgrade=dict(type="bool", default=False))
     module = AnsibleModule(argument_spec=options, supports_check_mode=True)
     dry_run = module.check_mode
     command = ["update", "--dry-run"] if dry_run else ["update"]
