@@ -132,6 +132,7 @@ class UpdateOutcome(unittest.TestCase):
             (failed("timeout"), None, "timed-out", None, None),
             (failed("interrupted"), None, "interrupted", None, None),
             ({"unreachable": True, "msg": "ssh: refused"}, None, "unreachable", None, None),
+            (None, "left", "unreachable", None, None),  # dropped from the play before its update
             # A task before or after the update failed: its name is the step.
             (None, {"task": "Install the package", "result": {"failed": True, "msg": "dpkg: error"}},
              "failed", None, "Install the package"),
@@ -143,7 +144,8 @@ class UpdateOutcome(unittest.TestCase):
         for update, failure, outcome, reason, step_name in rows:
             with self.subTest(outcome=outcome, update=update, failure=failure):
                 variables = {"fc_update": update, "fc_failure": failure}
-                got = update_outcome({k: v for k, v in variables.items() if v is not None})
+                got = update_outcome({k: v for k, v in variables.items() if v not in (None, "left")},
+                                     left_play=failure == "left")
                 self.assertEqual((got["outcome"], got["reason"], got["step"]), (outcome, reason, step_name))
 
     def test_summary_counts_failed_updates(self):

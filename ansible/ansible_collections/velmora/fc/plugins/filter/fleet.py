@@ -68,16 +68,20 @@ def _failed_step(result):
     return str(steps[0]) if steps else str(result.get("exit_name") or "update")
 
 
-def update_outcome(variables, update_name="fc_update", failure_name="fc_failure"):
+def update_outcome(variables, update_name="fc_update", failure_name="fc_failure", left_play=False):
     """What the rolling update did on one server, from its play variables: the
     fc_update result registered as UPDATE_NAME and, when a task failed, the
-    failure the play recorded as FAILURE_NAME ({"task": name, "result": result})."""
+    failure the play recorded as FAILURE_NAME ({"task": name, "result": result}).
+    LEFT_PLAY: Ansible dropped the server from the play without a recorded
+    failure, which only an unreachable server is."""
     failure = variables.get(failure_name) if isinstance(variables.get(failure_name), dict) else {}
     failed = failure.get("result") if isinstance(failure.get("result"), dict) else {}
     update = _registered(variables, [update_name])
     if failed.get("unreachable") or (update or {}).get("unreachable"):
         return _outcome(UNREACHABLE, (failed or update).get("msg") or "unreachable")
     if update is None:
+        if not failure and left_play:
+            return _outcome(UNREACHABLE, "the server became unreachable before its update")
         if not failure:
             return _outcome(NOT_REACHED, "the rollout stopped before this server")
         if failed.get("exit_name") in DECLINED_EXITS or "missing components" in str(failed.get("msg")):
@@ -95,11 +99,11 @@ def update_outcome(variables, update_name="fc_update", failure_name="fc_failure"
     return _outcome(UPDATED if update.get("updated") else CURRENT, "", update)
 
 
-def fleet_server(name, hostvars, result_name="fc_inventory", update_name=None):
+def fleet_server(name, hostvars, result_name="fc_inventory", update_name=None, left_play=False):
     """NAME's entry, from the first fc_info result of RESULT_NAME (a name or a list of
     names) that ran and, when UPDATE_NAME names the fc_update result, the update's outcome."""
     variables = hostvars[name] if name in hostvars else {}
-    update = update_outcome(variables, update_name) if update_name else None
+    update = update_outcome(variables, update_name, left_play=left_play) if update_name else None
     names = [result_name] if isinstance(result_name, str) else list(result_name)
     result = _registered(variables, names)
     if not isinstance(result, dict):
