@@ -94,6 +94,9 @@ class FleetServer(unittest.TestCase):
                 entry = fleet_server("fc01", {"fc01": {"fc_inventory": result}})
                 self.assertEqual((entry["state"], entry["message"], entry["exitName"]), (state, message, name))
         self.assertEqual(fleet_server("fc01", {"fc01": {"fc_inventory": ok}})["ports"], ok["ports"])
+        # Dropped from the rolling update's play before any reading: unreachable, in the counts too.
+        gone = fleet_server("fc01", {"fc01": {}}, ["fc_after", "fc_before"], "fc_update", left_play=True)
+        self.assertEqual((gone["state"], fleet_summary({"servers": [gone]})["unreachable"]), ("unreachable", 1))
 
     def test_report_rules(self):
         def port(*statuses):

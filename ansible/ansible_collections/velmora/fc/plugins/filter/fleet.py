@@ -106,6 +106,8 @@ def fleet_server(name, hostvars, result_name="fc_inventory", update_name=None, l
     update = update_outcome(variables, update_name, left_play=left_play) if update_name else None
     names = [result_name] if isinstance(result_name, str) else list(result_name)
     result = _registered(variables, names)
+    if not isinstance(result, dict) and (update or {}).get("outcome") == UNREACHABLE:
+        return _entry(name, UNREACHABLE, update["message"], update=update)
     if not isinstance(result, dict):
         return _entry(name, "failed", "no inventory result: the server left the play before it was read",
                       update=update)
