@@ -68,7 +68,7 @@ expect "the report page shows what the fleet document holds" ok "$report"
 update=(rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=15
     -e "qdmhost_deb=$work/big/qdmhost.deb")
 before=$(states big)
-play big check "${update[@]}" -e fc_serial=8 --check   # one batch: what it would do, everywhere at once
+play big check "${update[@]}" -e fc_serial=8 -e "fleet_out_dir=$out/check" --check   # one batch: what it would do, everywhere at once
 expect "check mode changes no simulator state" "$before" "$(states big)"
 
 play big update "${update[@]}" -e "fleet_out_dir=$out/update"
@@ -108,7 +108,7 @@ fcsim-06 ok firm:current driver:current util:older
 fcsim-07 unreachable
 fcsim-08 ok firm:older driver:older util:current" "$(servers after/fleet.json)"
 
-play big again "${update[@]}"
+play big again "${update[@]}" -e "fleet_out_dir=$out/again"
 expect "a second run changes nothing" "\
 fcsim-01 changed=0 failed=0 unreachable=0
 fcsim-02 changed=0 failed=0 unreachable=0
@@ -123,7 +123,7 @@ fcsim-08 changed=0 failed=1 unreachable=0 timeout" "$(recap again)"
 FLEET_SIM_ROLES="good refuse good" scripts/fleet-sim.sh start 3 "$work/small"
 before=$(states small | grep fcsim-03)
 play small stopped rolling_update -e fc_serial=2 -e fc_max_fail_percentage=25 \
-    -e "qdmhost_deb=$work/small/qdmhost.deb"
+    -e "qdmhost_deb=$work/small/qdmhost.deb" -e "fleet_out_dir=$out/stopped"
 expect "rollout stops when the failure percentage is exceeded" "$before" "$(states small | grep fcsim-03)"
 expect "the stopped rollout ran on the first batch only" "fcsim-01 fcsim-02" "$(recap stopped | cut -d' ' -f1 | xargs)"
 
