@@ -40,8 +40,7 @@ std::vector<std::string> ReportBootBiosVersions(const std::string& reportPath) {
     pugi::xml_document document;
     if (!document.load_file(reportPath.c_str())) return versions;
     for (pugi::xml_node port : document.child("data").children("port")) {
-        pugi::xml_node attr =
-            port.child("version-inf").find_child_by_attribute("attr", "name", "BootBios Version");
+        pugi::xml_node attr = port.child("version-inf").find_child_by_attribute("attr", "name", "BootBios Version");
         versions.push_back(attr.attribute("value").value());
     }
     return versions;

@@ -30,9 +30,7 @@ bool IsHardwareIdPrefix(const std::string& text) {
            });
 }
 
-[[noreturn]] void BadTable(const std::string& why) {
-    throw HostError(kExitNoDevice, "supported-device table: " + why);
-}
+[[noreturn]] void BadTable(const std::string& why) { throw HostError(kExitNoDevice, "supported-device table: " + why); }
 
 }  // namespace
 
@@ -45,8 +43,8 @@ DeviceTable ParseDeviceTable(const std::string& jsonText) {
     std::size_t index = 0;
     for (const nlohmann::json& entry : document["devices"]) {
         std::string where = "entry " + std::to_string(index++);
-        if (!entry.is_object() || !entry.contains("match") || !entry["match"].is_string() ||
-            !entry.contains("class") || !entry["class"].is_string())
+        if (!entry.is_object() || !entry.contains("match") || !entry["match"].is_string() || !entry.contains("class") ||
+            !entry["class"].is_string())
             BadTable(where + " needs string fields \"match\" and \"class\"");
         std::string prefix = ToUpper(entry["match"].get<std::string>());
         std::string className = entry["class"].get<std::string>();

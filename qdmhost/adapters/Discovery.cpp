@@ -27,8 +27,6 @@ std::string HardwareId(const PciFunction& function) {
            ToUpper(function.subDevice) + ToUpper(function.subVendor);
 }
 
-std::string DeviceIdentifier(const PciFunction& function) {
-    return function.address + "-" + HardwareId(function);
-}
+std::string DeviceIdentifier(const PciFunction& function) { return function.address + "-" + HardwareId(function); }
 
 }  // namespace qdmcli

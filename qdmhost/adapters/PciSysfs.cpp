@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "util/Files.h"
 #include "model/HostError.h"
+#include "util/Files.h"
 
 namespace qdmcli {
 

@@ -12,9 +12,8 @@ bool PortMatches(const Port& port, const std::string& selector) {
     std::string address = PciAddressOf(port.deviceId);
     std::string wwpn = selector;
     wwpn.erase(std::remove(wwpn.begin(), wwpn.end(), ':'), wwpn.end());
-    return selector == port.deviceId || selector == address ||
-           (address.size() > 5 && selector == address.substr(5)) || selector == port.busDevFunc ||
-           (!port.wwpn.empty() && ToUpper(wwpn) == port.wwpn);
+    return selector == port.deviceId || selector == address || (address.size() > 5 && selector == address.substr(5)) ||
+           selector == port.busDevFunc || (!port.wwpn.empty() && ToUpper(wwpn) == port.wwpn);
 }
 
 }  // namespace qdmcli

@@ -29,8 +29,8 @@ std::string ExecutableFolder() {
 
 ProviderLibrary::ProviderLibrary(const std::string& path) : handle_(nullptr), factory_(nullptr), release_(nullptr) {
     if (path.empty() || !IsRegularFile(path))
-        throw HostError(kExitProvider, "provider library not found" + (path.empty() ? "" : ": " + path) +
-                                           " (use --provider)");
+        throw HostError(kExitProvider,
+                        "provider library not found" + (path.empty() ? "" : ": " + path) + " (use --provider)");
     // A path without "/" would make dlopen search the library path instead.
     std::string openPath = path.find('/') == std::string::npos ? "./" + path : path;
     handle_ = ::dlopen(openPath.c_str(), RTLD_NOW | RTLD_LOCAL);

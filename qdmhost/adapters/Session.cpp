@@ -108,9 +108,8 @@ void Session::SelectPorts(const std::vector<std::string>& selectors) {
         if (std::none_of(all_.begin(), all_.end(), [&](const Port& port) { return PortMatches(port, selector); }))
             throw HostError(kExitNoDevice, "no port matches --port " + selector);
     for (const Port& port : all_)
-        if (selectors.empty() || std::any_of(selectors.begin(), selectors.end(), [&](const std::string& selector) {
-                return PortMatches(port, selector);
-            }))
+        if (selectors.empty() || std::any_of(selectors.begin(), selectors.end(),
+                                             [&](const std::string& selector) { return PortMatches(port, selector); }))
             selected_.push_back(port);
 }
 

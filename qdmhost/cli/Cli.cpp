@@ -12,13 +12,13 @@
 #include <utility>
 #include <vector>
 
-#include "cli/Command.h"
-#include "commands/CommandTable.h"
-#include "cli/Console.h"
-#include "model/ExitCodes.h"
-#include "util/UtcTime.h"
-#include "model/HostError.h"
 #include "Version.h"
+#include "cli/Command.h"
+#include "cli/Console.h"
+#include "commands/CommandTable.h"
+#include "model/ExitCodes.h"
+#include "model/HostError.h"
+#include "util/UtcTime.h"
 
 namespace qdmcli {
 
@@ -30,8 +30,8 @@ const int kSchemaVersion = 1;
 // What every document of one invocation carries besides the command's own fields.
 struct Invocation {
     bool json = false;
-    std::string started;                      // UTC, when qdmhost started
-    nlohmann::json command = nullptr;         // null until the command line names one
+    std::string started;               // UTC, when qdmhost started
+    nlohmann::json command = nullptr;  // null until the command line names one
 };
 
 std::string HostName() {
@@ -41,8 +41,13 @@ std::string HostName() {
 
 // The command's fields in the envelope that every document carries.
 void PrintDocument(const Invocation& run, nlohmann::json document, int exitCode) {
-    document.update({{"schemaVersion", kSchemaVersion}, {"qdmhost", kVersion}, {"revision", kRevision},
-                     {"host", HostName()}, {"time", run.started}, {"command", run.command}, {"exitCode", exitCode},
+    document.update({{"schemaVersion", kSchemaVersion},
+                     {"qdmhost", kVersion},
+                     {"revision", kRevision},
+                     {"host", HostName()},
+                     {"time", run.started},
+                     {"command", run.command},
+                     {"exitCode", exitCode},
                      {"exitName", DescribeExitCode(exitCode).name}});
     // Texts from adapters may hold bytes that are not UTF-8: replaced, not fatal.
     std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n" << std::flush;

@@ -39,8 +39,7 @@ void AnnouncePause(unsigned long milliseconds, bool virtualTime) {
         activity = State().activity;
     }
     Progress("waiting " + std::to_string(milliseconds / 1000) + "s for " +
-             (activity.empty() ? std::string("the provider") : activity) +
-             (virtualTime ? " (virtual time)" : ""));
+             (activity.empty() ? std::string("the provider") : activity) + (virtualTime ? " (virtual time)" : ""));
 }
 
 void ReceiveOperatorMessage(const std::string& id, const std::string& text) {

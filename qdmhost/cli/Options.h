@@ -9,19 +9,19 @@ const char kDefaultInstallRoot[] = "/opt/velmora/qdm/provider";
 
 struct Options {
     std::string root = kDefaultInstallRoot;
-    std::string repository;              // empty: <root>/repository
-    std::string provider;                // empty: found next to the build or in <root>/lib
-    std::vector<std::string> ports;      // device id, WWPN or bus/dev/func
-    int traceLevel = -1;                 // -1 keeps the host's default mask
+    std::string repository;          // empty: <root>/repository
+    std::string provider;            // empty: found next to the build or in <root>/lib
+    std::vector<std::string> ports;  // device id, WWPN or bus/dev/func
+    int traceLevel = -1;             // -1 keeps the host's default mask
     bool json = false;
     bool dryRun = false;
-    bool allowUnsigned = false;          // a lab's unsigned repository, with a loud warning
-    bool allowDowngrade = false;         // update a module whose adapter is newer to the repository's version
-    std::string trustAction;             // trust: add, list or remove
-    std::string trustArgument;           // trust add: key file; trust remove: key id
+    bool allowUnsigned = false;   // a lab's unsigned repository, with a loud warning
+    bool allowDowngrade = false;  // update a module whose adapter is newer to the repository's version
+    std::string trustAction;      // trust: add, list or remove
+    std::string trustArgument;    // trust add: key file; trust remove: key id
     int waitSeconds = 0;
-    std::string outFolder;               // report
-    std::string textfileFolder;          // metrics
+    std::string outFolder;       // report
+    std::string textfileFolder;  // metrics
 
     std::string RepositoryFolder() const { return repository.empty() ? root + "/repository" : repository; }
     std::string HostFolder() const { return root + "/qdmhost"; }

@@ -13,8 +13,8 @@ Command TrustCommand();
 Command MetricsCommand();
 
 const std::vector<Command>& CommandTable() {
-    static const std::vector<Command> table = {InventoryCommand(), UpdateCommand(),  ReportCommand(), CheckCommand(),
-                                               HistoryCommand(),   TrustCommand(),   MetricsCommand()};
+    static const std::vector<Command> table = {InventoryCommand(), UpdateCommand(), ReportCommand(), CheckCommand(),
+                                               HistoryCommand(),   TrustCommand(),  MetricsCommand()};
     return table;
 }
 

@@ -1,9 +1,9 @@
 // qdmhost history: the results of past updates, as recorded.
+#include "store/History.h"
 #include "adapters/InstallRoot.h"
 #include "cli/Command.h"
 #include "render/JsonRenderer.h"
 #include "render/TextRenderer.h"
-#include "store/History.h"
 
 namespace qdmcli {
 

@@ -19,8 +19,9 @@ Repository OptionalRepository(const Options& options) {
     struct stat info;
     if (options.repository.empty() && ::stat(options.RepositoryFolder().c_str(), &info) != 0) return Repository();
     try {
-        return Repository::Load(options.RepositoryFolder(), TrustPolicy{options.HostFolder(), ReadChannel(options.HostFolder()),
-                                                                        options.allowUnsigned, false});
+        return Repository::Load(
+            options.RepositoryFolder(),
+            TrustPolicy{options.HostFolder(), ReadChannel(options.HostFolder()), options.allowUnsigned, false});
     } catch (const HostError& error) {
         if (error.code() != kExitRepository && error.code() != kExitUntrusted) throw;
         Warn(std::string(error.what()) + "; the adapters are read without the repository");

@@ -9,14 +9,14 @@
 #include <cstring>
 #include <map>
 
+#include "FileUtility.h"
 #include "adapters/InstallRoot.h"
 #include "cli/Command.h"
-#include "FileUtility.h"
-#include "util/Files.h"
 #include "model/HostError.h"
 #include "render/JsonRenderer.h"
 #include "render/TextRenderer.h"
 #include "repository/Trust.h"
+#include "util/Files.h"
 #include "util/Text.h"
 
 namespace qdmcli {
@@ -78,7 +78,8 @@ MinisignPublicKey ReadKeyFile(const std::string& path, std::string* text) {
 void RefuseKeyWithTrustedId(const Options& options, const MinisignPublicKey& key) {
     for (const TrustedKey& trusted : LoadTrustedKeys(options.HostFolder()))
         if (trusted.key.keyId == key.keyId && trusted.key.key != key.key)
-            throw HostError(kExitUsage, "key id " + KeyIdText(key.keyId) + " is already trusted with another key:\n  trusted " +
+            throw HostError(kExitUsage, "key id " + KeyIdText(key.keyId) +
+                                            " is already trusted with another key:\n  trusted " +
                                             PublicKeyText(trusted.key) + " (" + trusted.file + ")\n  offered " +
                                             PublicKeyText(key) + " (" + options.trustArgument +
                                             ")\nCompare the whole public key with the publisher's; to replace the "
@@ -93,8 +94,7 @@ TrustChange AddKey(const Options& options) {
     RefuseKeyWithTrustedId(options, key);
     const std::string keyId = KeyIdText(key.keyId);
     const std::string path = folder + "/" + keyId + ".pub";
-    if (!WriteFileAtomically(path, text, 0644))
-        throw HostError(kExitInternal, "cannot write " + path);
+    if (!WriteFileAtomically(path, text, 0644)) throw HostError(kExitInternal, "cannot write " + path);
     return {"add", keyId, path, {}};
 }
 

@@ -29,8 +29,8 @@ namespace {
 
 std::size_t Rank(int code) {
     const auto& table = ExitCodeTable();
-    auto found = std::find_if(table.begin(), table.end(),
-                              [code](const ExitCodeInfo& info) { return info.code == code; });
+    auto found =
+        std::find_if(table.begin(), table.end(), [code](const ExitCodeInfo& info) { return info.code == code; });
     return found == table.end() ? table.size() : static_cast<std::size_t>(found - table.begin());
 }
 

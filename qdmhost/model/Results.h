@@ -28,9 +28,9 @@ struct ModuleOutcome {
     std::string reason;   // why a module was refused before its condition check (bad-wwpn)
     bool downgrade = false;
     std::optional<std::vector<OperatorMessage>> messages;  // refused or run: what the provider said
-    bool ran = false;                                     // the steps ran: the fields below are set
-    std::string now;                                      // the version read after the steps
-    std::string failedStep;                               // empty when none failed
+    bool ran = false;                                      // the steps ran: the fields below are set
+    std::string now;                                       // the version read after the steps
+    std::string failedStep;                                // empty when none failed
     double seconds = 0;
     // A host-wide module (driver, utility) is one entry for the ports that
     // share it: their device ids, this entry's port first. Empty otherwise.
@@ -67,9 +67,9 @@ struct TrustedKeyRow {
 };
 
 struct TrustChange {
-    std::string action;  // add, list or remove
-    std::string keyId;   // add, remove
-    std::string file;    // add
+    std::string action;               // add, list or remove
+    std::string keyId;                // add, remove
+    std::string file;                 // add
     std::vector<TrustedKeyRow> keys;  // list
 };
 

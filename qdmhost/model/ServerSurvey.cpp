@@ -24,7 +24,8 @@ std::vector<ModuleReading> ReadModules(const Port& port, const Repository& repos
     if (scope.modules == SurveyScope::Modules::kUpdateOrder) kinds = UpdateOrder(port.vendor);
     std::vector<ModuleReading> readings;
     for (const std::string& kind : kinds) {
-        readings.push_back(scope.afresh ? ReadModuleAfresh(port, kind, repository) : ReadModule(port, kind, repository));
+        readings.push_back(scope.afresh ? ReadModuleAfresh(port, kind, repository)
+                                        : ReadModule(port, kind, repository));
         readings.back().plan = UpdatePlan(readings.back().status, readings.back().hasPackage, scope.allowDowngrade);
     }
     return readings;
@@ -47,8 +48,13 @@ void RateBootBios(PortSurvey& port, const Repository& repository) {
 
 RepositoryState StateOf(const Repository& repository) {
     const RepositoryTrust& trust = repository.trust();
-    return {!repository.folder().empty(), repository.folder(), trust.verified, trust.unsignedAccepted,
-            trust.problem, trust.message, trust.failureCode};
+    return {!repository.folder().empty(),
+            repository.folder(),
+            trust.verified,
+            trust.unsignedAccepted,
+            trust.problem,
+            trust.message,
+            trust.failureCode};
 }
 
 std::vector<std::string> UpdateOrder(CVendor* vendor) {
@@ -88,8 +94,7 @@ std::string UtilityCheck(const Port& port, const Repository& repository) {
     if (!port.vendor->FindModule(kUtility)) return kNoUtility;
     CManageRepositoryInfo package;
     repository.Find(port.vendor->GetModelKey(), kUtility, &package);
-    return port.vendor->CheckUpdateConditionByDevicevendor(kUtility, &package) == 0 ? kUtilityPassed
-                                                                                     : kUtilityRefused;
+    return port.vendor->CheckUpdateConditionByDevicevendor(kUtility, &package) == 0 ? kUtilityPassed : kUtilityRefused;
 }
 
 ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository, const SurveyScope& scope,
@@ -98,7 +103,8 @@ ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository
     survey.repository = StateOf(repository);
     if (scope.missingComponents && !ports.empty()) survey.missingComponents = MissingComponents(ports.front());
     for (const Port& port : ports)
-        survey.ports.push_back({port, port.vendor->GetModelKey(), ReadModules(port, repository, scope), "", "", "", ""});
+        survey.ports.push_back(
+            {port, port.vendor->GetModelKey(), ReadModules(port, repository, scope), "", "", "", ""});
     if (scope.bootBios) {
         std::vector<std::string> bootBios = BootBiosVersions(ports, root);
         for (std::size_t i = 0; i < ports.size(); ++i) {

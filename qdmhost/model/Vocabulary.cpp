@@ -5,8 +5,7 @@
 namespace qdmcli {
 
 const std::vector<ModuleKind>& ModuleKinds() {
-    static const std::vector<ModuleKind> kinds = {
-        {kFirmware, "firmware"}, {kDriver, "driver"}, {kUtility, "utility"}};
+    static const std::vector<ModuleKind> kinds = {{kFirmware, "firmware"}, {kDriver, "driver"}, {kUtility, "utility"}};
     return kinds;
 }
 

@@ -77,9 +77,12 @@ Json CheckJson(const ServerSurvey& survey) {
 
 Json ModuleOutcomeJson(const ModuleOutcome& result) {
     const ModuleReading& reading = result.reading;
-    Json json = {{"deviceId", result.port.deviceId}, {"wwpn", result.port.wwpn},
-                 {"busDevFunc", result.port.busDevFunc}, {"kind", reading.kind},
-                 {"outcome", result.outcome},        {"from", reading.operating},
+    Json json = {{"deviceId", result.port.deviceId},
+                 {"wwpn", result.port.wwpn},
+                 {"busDevFunc", result.port.busDevFunc},
+                 {"kind", reading.kind},
+                 {"outcome", result.outcome},
+                 {"from", reading.operating},
                  {"to", OrNull(reading.package.version, reading.hasPackage)}};
     if (!result.reason.empty()) json["reason"] = result.reason;
     if (result.downgrade) json["downgrade"] = true;
@@ -119,7 +122,8 @@ Json TrustJson(const TrustChange& change) {
     if (change.action == "remove") return {{"action", "remove"}, {"keyId", change.keyId}};
     Json keys = Json::array();
     for (const TrustedKeyRow& key : change.keys)
-        keys.push_back({{"keyId", key.keyId}, {"publicKey", key.publicKey}, {"comment", key.comment}, {"file", key.file}});
+        keys.push_back(
+            {{"keyId", key.keyId}, {"publicKey", key.publicKey}, {"comment", key.comment}, {"file", key.file}});
     return {{"action", "list"}, {"keys", keys}};
 }
 

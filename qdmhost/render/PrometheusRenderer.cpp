@@ -38,11 +38,12 @@ void PortFamilies(Exposition& out, const std::vector<PortSurvey>& ports) {
     out.Family("qdmhost_module_info", "Operating and repository version of a module (always 1).");
     for (const PortSurvey& port : ports)
         for (const ModuleReading& module : port.modules)
-            out.Sample("qdmhost_module_info",
-                       With(PortLabels(port), {{"kind", module.kind},
-                                               {"operating_version", module.operating},
-                                               {"repository_version", module.hasPackage ? module.package.version : ""}}),
-                       1);
+            out.Sample(
+                "qdmhost_module_info",
+                With(PortLabels(port), {{"kind", module.kind},
+                                        {"operating_version", module.operating},
+                                        {"repository_version", module.hasPackage ? module.package.version : ""}}),
+                1);
     out.Family("qdmhost_module_status",
                "1 for the module's status against the repository (current, older: the repository is newer, newer, "
                "unreadable, no-package, not-installed), 0 for the others.");
@@ -82,20 +83,23 @@ void HistoryFamilies(Exposition& out, const std::vector<Json>& history) {
 // "ok", "none" (no repository), "unsigned" (let through by --allow-unsigned)
 // or the reason word of what is wrong with it.
 void RepositoryFamily(Exposition& out, const RepositoryState& repository) {
-    const std::string reason = !repository.present            ? "none"
-                               : !repository.problem.empty()    ? repository.problem
-                               : repository.unsignedAccepted    ? "unsigned"
-                                                                : "ok";
-    out.Family("qdmhost_repository_status",
-               "1, labelled with the repository's state: ok, none, unsigned, or the reason it is broken or not trusted.");
+    const std::string reason = !repository.present           ? "none"
+                               : !repository.problem.empty() ? repository.problem
+                               : repository.unsignedAccepted ? "unsigned"
+                                                             : "ok";
+    out.Family(
+        "qdmhost_repository_status",
+        "1, labelled with the repository's state: ok, none, unsigned, or the reason it is broken or not trusted.");
     out.Sample("qdmhost_repository_status", {{"reason", reason}}, 1);
 }
 
 void RunFamilies(Exposition& out, const std::optional<HostError>& failure, double seconds) {
     if (failure) {
-        out.Family("qdmhost_metrics_error_info", "Why the last metrics run failed: qdmhost's exit code name (always 1).");
+        out.Family("qdmhost_metrics_error_info",
+                   "Why the last metrics run failed: qdmhost's exit code name (always 1).");
         out.Sample("qdmhost_metrics_error_info",
-                   {{"exit_code", std::to_string(failure->code())}, {"name", DescribeExitCode(failure->code()).name}}, 1);
+                   {{"exit_code", std::to_string(failure->code())}, {"name", DescribeExitCode(failure->code()).name}},
+                   1);
     }
     out.Family("qdmhost_metrics_duration_seconds", "How long the metrics run took.");
     out.Sample("qdmhost_metrics_duration_seconds", {}, seconds);

@@ -29,8 +29,7 @@ bool IsWordChar(unsigned char c) { return std::isalnum(c) || c == '_' || c == '-
 }
 
 std::string StringField(const nlohmann::json& entry, const char* key, const std::string& where) {
-    if (!entry.contains(key) || !entry[key].is_string())
-        BadCatalogue(where + ": \"" + key + "\" must be a string");
+    if (!entry.contains(key) || !entry[key].is_string()) BadCatalogue(where + ": \"" + key + "\" must be a string");
     return entry[key].get<std::string>();
 }
 
@@ -50,8 +49,7 @@ std::uint64_t UnsignedField(const nlohmann::json& object, const char* key, const
     return object[key].get<std::uint64_t>();
 }
 
-void ParseArchiveDigest(const nlohmann::json& entry, const std::string& where, bool required,
-                        CatalogueEntry* parsed) {
+void ParseArchiveDigest(const nlohmann::json& entry, const std::string& where, bool required, CatalogueEntry* parsed) {
     if (Present(entry, "sha256", where, required)) {
         parsed->sha256 = StringField(entry, "sha256", where);
         if (parsed->sha256.size() != 64 || !IsLowerHex(parsed->sha256))
@@ -62,7 +60,8 @@ void ParseArchiveDigest(const nlohmann::json& entry, const std::string& where, b
 
 void ParseCatalogueHead(const nlohmann::json& document, bool required, Catalogue* catalogue) {
     catalogue->channel = StringField(document, "channel", "catalogue");
-    if (!IsSafeUniqueName(catalogue->channel)) BadCatalogue("\"channel\" must be a name of letters, digits, '.', '_', '-'");
+    if (!IsSafeUniqueName(catalogue->channel))
+        BadCatalogue("\"channel\" must be a name of letters, digits, '.', '_', '-'");
     if (Present(document, "serial", "catalogue", required)) {
         catalogue->serial = UnsignedField(document, "serial", "catalogue");
         if (*catalogue->serial == 0) BadCatalogue("\"serial\" must be positive");
@@ -80,8 +79,7 @@ CatalogueEntry ParseEntry(const nlohmann::json& entry, const std::string& where,
         BadCatalogue(where + ": \"uniqueNames\" must be a non-empty list");
     CatalogueEntry parsed;
     for (const nlohmann::json& name : entry["uniqueNames"]) {
-        if (!name.is_string() || !IsSafeUniqueName(name.get<std::string>()))
-            BadCatalogue(where + ": bad unique name");
+        if (!name.is_string() || !IsSafeUniqueName(name.get<std::string>())) BadCatalogue(where + ": bad unique name");
         parsed.uniqueNames.push_back(name.get<std::string>());
     }
     parsed.kind = StringField(entry, "kind", where);
@@ -102,8 +100,7 @@ CatalogueEntry ParseEntry(const nlohmann::json& entry, const std::string& where,
 }  // namespace
 
 bool IsSafeArchiveName(const std::string& name) {
-    return !name.empty() && name.size() <= kMaxText && name[0] != '.' && name[0] != '-' &&
-           AllOf(name, IsWordChar);
+    return !name.empty() && name.size() <= kMaxText && name[0] != '.' && name[0] != '-' && AllOf(name, IsWordChar);
 }
 
 bool IsSafeVersionText(const std::string& version) {
@@ -123,7 +120,7 @@ Catalogue ParseCatalogue(const std::string& jsonText, bool trustFieldsRequired) 
     Catalogue catalogue;
     ParseCatalogueHead(document, trustFieldsRequired, &catalogue);
     std::set<std::pair<std::string, std::string>> served;  // (unique name, kind)
-    std::set<std::string> archives;  // one staged copy per archive, checked against one entry
+    std::set<std::string> archives;                        // one staged copy per archive, checked against one entry
     for (const nlohmann::json& entry : document["packages"]) {
         std::string where = "package " + std::to_string(catalogue.packages.size());
         CatalogueEntry parsed = ParseEntry(entry, where, trustFieldsRequired);

@@ -4,10 +4,10 @@
 
 #include <cstring>
 
-#include "repository/Catalogue.h"
-#include "util/Files.h"
 #include "model/HostError.h"
+#include "repository/Catalogue.h"
 #include "repository/Trust.h"
+#include "util/Files.h"
 
 namespace qdmcli {
 

@@ -119,8 +119,7 @@ bool VerifyMinisign(const MinisignPublicKey& key, const MinisignSignature& signa
     std::string global(signature.signature.begin(), signature.signature.end());
     global += signature.trustedComment;
     return Verify(signature.signature, signedBytes, signedLength, key) &&
-           Verify(signature.globalSignature, reinterpret_cast<const unsigned char*>(global.data()), global.size(),
-                  key);
+           Verify(signature.globalSignature, reinterpret_cast<const unsigned char*>(global.data()), global.size(), key);
 }
 
 std::string KeyIdText(const MinisignKeyId& id) {

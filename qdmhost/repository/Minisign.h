@@ -25,7 +25,7 @@ struct MinisignSignature {
     bool prehashed = false;  // "ED": signed is the BLAKE2b-512 of the file, not the file ("Ed")
     MinisignKeyId keyId{};
     std::array<unsigned char, 64> signature{};
-    std::string trustedComment;                     // without its "trusted comment: " head
+    std::string trustedComment;                       // without its "trusted comment: " head
     std::array<unsigned char, 64> globalSignature{};  // over signature || trusted comment
 };
 

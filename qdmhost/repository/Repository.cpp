@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <functional>
 
-#include "repository/Repository.h"
-#include "store/ChannelSerials.h"
 #include "cli/Console.h"
-#include "util/Files.h"
 #include "model/HostError.h"
+#include "repository/Repository.h"
 #include "repository/Trust.h"
+#include "store/ChannelSerials.h"
+#include "util/Files.h"
 
 namespace qdmcli {
 
@@ -28,7 +28,8 @@ std::string ReadCatalogue(const std::string& path) {
 // lstat: a link could lead out of the repository.
 void CheckArchiveIsRegularFile(const std::string& archive) {
     struct stat info;
-    if (::lstat(archive.c_str(), &info) != 0) throw HostError(kExitRepository, "repository: " + archive + " is missing");
+    if (::lstat(archive.c_str(), &info) != 0)
+        throw HostError(kExitRepository, "repository: " + archive + " is missing");
     if (!S_ISREG(info.st_mode)) Untrusted(untrusted::kArchiveNotRegular, archive + " is not a regular file");
 }
 
@@ -81,7 +82,8 @@ Repository Repository::Load(const std::string& folder, const TrustPolicy& policy
     if (catalogue.expiresAt)
         checks.Run([&] { CheckNotExpired(path, catalogue.expires, *catalogue.expiresAt, std::time(nullptr)); });
     if (!trust.keyId.empty() && catalogue.serial)
-        checks.Run([&] { ChannelSerials(policy.hostFolder).CheckNotRolledBack(path, catalogue.channel, *catalogue.serial); });
+        checks.Run(
+            [&] { ChannelSerials(policy.hostFolder).CheckNotRolledBack(path, catalogue.channel, *catalogue.serial); });
     for (const CatalogueEntry& entry : catalogue.packages)
         checks.Run([&] { CheckArchiveIsRegularFile(folder + "/" + entry.archive); });
     trust.verified = trust.problem.empty() && !trust.unsignedAccepted;

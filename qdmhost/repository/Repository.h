@@ -15,20 +15,20 @@ namespace qdmcli {
 
 // How a command treats a repository that cannot be trusted.
 struct TrustPolicy {
-    std::string hostFolder;        // <root>/qdmhost: trusted keys and accepted serials
-    std::string channel;           // the channel the server follows (qdmhost.conf)
-    bool allowUnsigned = false;    // --allow-unsigned: signature problems are a loud warning
-    bool refuseUntrusted = true;   // false (inventory, check): a warning and unverified versions
+    std::string hostFolder;       // <root>/qdmhost: trusted keys and accepted serials
+    std::string channel;          // the channel the server follows (qdmhost.conf)
+    bool allowUnsigned = false;   // --allow-unsigned: signature problems are a loud warning
+    bool refuseUntrusted = true;  // false (inventory, check): a warning and unverified versions
 };
 
 // What the checks established about a loaded repository.
 struct RepositoryTrust {
-    bool verified = false;           // signed by a trusted key, current, no rollback
-    bool unsignedAccepted = false;   // let through by --allow-unsigned
-    std::string problem;             // the reason word when not verified
-    std::string message;             // what the first problem was
-    int failureCode = 0;             // the exit code when the repository could not be loaded at all
-    std::string keyId;               // of the verified signature
+    bool verified = false;          // signed by a trusted key, current, no rollback
+    bool unsignedAccepted = false;  // let through by --allow-unsigned
+    std::string problem;            // the reason word when not verified
+    std::string message;            // what the first problem was
+    int failureCode = 0;            // the exit code when the repository could not be loaded at all
+    std::string keyId;              // of the verified signature
     std::string channel;
     std::optional<std::uint64_t> serial;
     std::string expires;

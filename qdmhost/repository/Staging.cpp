@@ -66,7 +66,8 @@ CopyResult CopyAndHash(int in, int out, const std::optional<std::uint64_t>& limi
     for (;;) {
         ssize_t got = ::read(in, buffer, sizeof buffer);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw HostError(kExitRepository, "repository: cannot read " + source + ": " + std::strerror(errno));
+        if (got < 0)
+            throw HostError(kExitRepository, "repository: cannot read " + source + ": " + std::strerror(errno));
         if (got == 0) break;
         result.size += static_cast<std::uint64_t>(got);
         if (limit && result.size > *limit)
@@ -111,8 +112,8 @@ std::string StagingArea::Stage(const std::string& repositoryFolder, const Catalo
         Untrusted(untrusted::kArchiveMismatch, source + " has " + std::to_string(copied.size) +
                                                    " bytes, the catalogue declares " + std::to_string(*entry.size));
     if (!entry.sha256.empty() && copied.sha256 != entry.sha256)
-        Untrusted(untrusted::kArchiveMismatch, source + " has SHA-256 " + copied.sha256 +
-                                                   ", the catalogue declares " + entry.sha256);
+        Untrusted(untrusted::kArchiveMismatch,
+                  source + " has SHA-256 " + copied.sha256 + ", the catalogue declares " + entry.sha256);
     return copy;
 }
 

@@ -6,8 +6,8 @@
 #include <filesystem>
 
 #include "cli/Console.h"
-#include "util/Files.h"
 #include "model/HostError.h"
+#include "util/Files.h"
 
 namespace qdmcli {
 
@@ -102,8 +102,8 @@ std::string VerifyCatalogueSignature(const std::string& cataloguePath, const std
         Untrusted(untrusted::kUnknownKey, path + " was made with key " + keyId + ", which is not trusted (" +
                                               std::to_string(keys.size()) + " trusted key(s); qdmhost trust list)");
     if (!VerifyMinisign(key->key, signature, catalogueBytes))
-        Untrusted(untrusted::kBadSignature, path + " does not verify with trusted key " + keyId + ": " +
-                                                cataloguePath + " or the trusted comment changed after signing");
+        Untrusted(untrusted::kBadSignature, path + " does not verify with trusted key " + keyId + ": " + cataloguePath +
+                                                " or the trusted comment changed after signing");
     return keyId;
 }
 

@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "FileUtility.h"
-#include "util/Files.h"
 #include "model/HostError.h"
 #include "repository/Trust.h"
+#include "util/Files.h"
 
 namespace qdmcli {
 
@@ -25,8 +25,8 @@ ChannelSerials::ChannelSerials(const std::string& hostFolder)
     : hostFolder_(hostFolder), path_(hostFolder + "/" + kAcceptedSerialsFile) {
     LimitedRead read = ReadRegularFile(path_, kMaxStateBytes);
     if (read.result == ReadResult::kMissing) return;
-    nlohmann::json document = read.result == ReadResult::kOk ? nlohmann::json::parse(read.text, nullptr, false)
-                                                              : nlohmann::json();
+    nlohmann::json document =
+        read.result == ReadResult::kOk ? nlohmann::json::parse(read.text, nullptr, false) : nlohmann::json();
     damaged_ = !document.is_object() || !document.contains("channels") || !IsSerialTable(document["channels"]);
     if (!damaged_) channels_ = document["channels"];
 }
@@ -38,13 +38,15 @@ std::uint64_t ChannelSerials::Highest(const std::string& channel) const {
 void ChannelSerials::CheckNotRolledBack(const std::string& cataloguePath, const std::string& channel,
                                         std::uint64_t serial) const {
     if (damaged_)
-        Untrusted(untrusted::kState, "serial " + std::to_string(serial) + " of " + cataloguePath + " cannot be checked: " +
-                                         path_ + " is damaged, so the serials accepted before are unknown; restore it "
-                                         "(or, knowing the channel's last serial, write {\"channels\": {\"NAME\": N}})");
+        Untrusted(untrusted::kState,
+                  "serial " + std::to_string(serial) + " of " + cataloguePath + " cannot be checked: " + path_ +
+                      " is damaged, so the serials accepted before are unknown; restore it "
+                      "(or, knowing the channel's last serial, write {\"channels\": {\"NAME\": N}})");
     const std::uint64_t highest = Highest(channel);
     if (serial < highest)
-        Untrusted(untrusted::kRollback, cataloguePath + " has serial " + std::to_string(serial) + ", lower than serial " +
-                                            std::to_string(highest) + " accepted before on channel " + channel);
+        Untrusted(untrusted::kRollback, cataloguePath + " has serial " + std::to_string(serial) +
+                                            ", lower than serial " + std::to_string(highest) +
+                                            " accepted before on channel " + channel);
 }
 
 void ChannelSerials::Accept(const std::string& channel, std::uint64_t serial) {

@@ -18,8 +18,8 @@ bool AppendHistory(const std::string& hostFolder, const nlohmann::json& record) 
     int fd = CFileUtility::CreateFolder(hostFolder)
                  ? ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0644)
                  : -1;
-    bool written = fd >= 0 && ::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size()) &&
-                   ::fsync(fd) == 0;
+    bool written =
+        fd >= 0 && ::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size()) && ::fsync(fd) == 0;
     if (fd >= 0) ::close(fd);
     if (!written) Warn("the update history " + path + " could not be written");
     return written;

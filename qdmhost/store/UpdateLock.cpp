@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include "HostSys.h"
 #include "cli/Console.h"
 #include "model/HostError.h"
-#include "HostSys.h"
 
 namespace qdmcli {
 
