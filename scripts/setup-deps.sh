@@ -9,7 +9,7 @@ packages=(
   libpugixml-dev libinih-dev libarchive-dev nlohmann-json3-dev libcli11-dev libsodium-dev minisign
   clang libclang-rt-14-dev valgrind util-linux procps python3 time gcovr ccache
   chromium python3-jinja2 python3-jsonschema
-  help2man dpkg-dev file lintian pciutils systemd
+  help2man dpkg-dev file lintian pciutils systemd rpm rpmlint rpm2cpio cpio binutils
   prometheus prometheus-node-exporter curl
   openssh-server openssh-client ansible-core jq
   ansible-lint yamllint python3-apt

@@ -14,6 +14,11 @@ if [[ "${1:-}" == "--sanitize" ]]; then
     flags=(-DCMAKE_BUILD_TYPE=Debug -DQDM_SANITIZE=ON -DQDM_BENCH=OFF)
     export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
     export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+else
+    # The normal build is the product that the package tests pack: hardened
+    # as the packages are.
+    source scripts/build-flags.sh
+    flags+=("${hardening_flags[@]}")
 fi
 
 command -v ccache >/dev/null && flags+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)

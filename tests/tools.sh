@@ -13,6 +13,7 @@ declare -A tool_package=(
     [ansible-lint]=ansible-lint [yamllint]=yamllint [minisign]=minisign
     [dpkg-deb]=dpkg [dpkg-query]=dpkg [dpkg-buildflags]=dpkg-dev [lintian]=lintian [help2man]=help2man
     [jq]=jq [curl]=curl [valgrind]=valgrind [gcovr]=gcovr [clang]=clang [systemd-analyze]=systemd
+    [rpmbuild]=rpm [/usr/bin/rpm]=rpm [rpmlint]=rpmlint [rpm2cpio]=rpm2cpio [cpio]=cpio [objdump]=binutils
     [file]=file [cmake]=cmake [ctest]=cmake [cpack]=cmake [ninja]=ninja-build [sha256sum]=coreutils
 )
 
