@@ -35,12 +35,13 @@ play velmora.fc.fleet_inventory -e "fleet_out_dir=$out/before"
 
 heading "3. Rolling update in batches of 2 (the hanging server is cut off after 20 s)"
 play velmora.fc.rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=20 \
-    -e "qdmhost_deb=$deb"
+    -e "qdmhost_deb=$deb" -e "fleet_out_dir=$out/update"
 
 heading "4. Fleet inventory again"
 play velmora.fc.fleet_inventory -e "fleet_out_dir=$out/after"
 
 heading "5. The fleet report"
 echo "before the update: $out/before/fleet.html"
+echo "the update's outcome per server and each port's last update: $out/update/fleet.html"
 echo "after the update:  $out/after/fleet.html"
 echo "open it in a browser, e.g. chromium $out/after/fleet.html"

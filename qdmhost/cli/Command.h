@@ -24,9 +24,24 @@ struct CommandOutput {
     std::string text;
 };
 
+// What a command's help and the man page say besides its own options: the
+// global options it reads and the exit codes it can answer (0, 1 and 2,
+// which every command can answer, need not be listed).
+struct CommandScope {
+    std::vector<std::string> globalOptions;
+    std::vector<int> exitCodes;
+};
+
+// The global options of the commands that read the adapters.
+inline std::vector<std::string> AdapterOptions() {
+    return {"--root",        "--repo", "--provider",       "--port",
+            "--trace-level", "--json", "--allow-unsigned", "--allow-downgrade"};
+}
+
 struct Command {
     const char* name;
     const char* help;
+    CommandScope scope;
     // Declares the command's own options and subcommands on its subcommand.
     std::function<void(CLI::App& command, Options& options)> addOptions;
     // Runs the command and renders its result. Throws HostError.
@@ -42,10 +57,10 @@ struct Outcome {
 
 // A command whose run answers a typed result, rendered by its JSON and text renderers.
 template <class Result>
-Command MakeCommand(const char* name, const char* help, std::function<void(CLI::App&, Options&)> addOptions,
-                    Outcome<Result> (*run)(const Options&), nlohmann::json (*json)(const Result&),
-                    std::string (*text)(const Result&)) {
-    return {name, help, std::move(addOptions), [run, json, text](const Options& options) {
+Command MakeCommand(const char* name, const char* help, CommandScope scope,
+                    std::function<void(CLI::App&, Options&)> addOptions, Outcome<Result> (*run)(const Options&),
+                    nlohmann::json (*json)(const Result&), std::string (*text)(const Result&)) {
+    return {name, help, std::move(scope), std::move(addOptions), [run, json, text](const Options& options) {
                 Outcome<Result> outcome = run(options);
                 return CommandOutput{outcome.exitCode, json(outcome.result), text(outcome.result)};
             }};

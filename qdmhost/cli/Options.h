@@ -33,4 +33,11 @@ struct Options {
 // root and the repository end up inside the provider's command lines.
 bool IsSafeHostPath(const std::string& path);
 
+// A path given on the command line that is not what its option needs is the
+// operator's to fix: these throw HostError(usage) naming the option, the
+// path and the reason ("no such folder", "not a folder", "not writable", ...),
+// with the reason's word in the error's reason field.
+enum class PathNeed { kFolder, kWritableFolder, kFile };
+void RequirePath(const char* option, const std::string& path, PathNeed need);
+
 }  // namespace qdmcli

@@ -30,8 +30,10 @@ Outcome<ServerSurvey> RunCheck(const Options& options) {
 }  // namespace
 
 Command CheckCommand() {
-    return MakeCommand<ServerSurvey>("check", "check for missing components and the utility configuration", nullptr,
-                                     RunCheck, CheckJson, CheckText);
+    return MakeCommand<ServerSurvey>(
+        "check", "check for missing components and the utility configuration",
+        {AdapterOptions(), {kExitRefused, kExitMissingComponent, kExitProvider, kExitRepository, kExitNoDevice}},
+        nullptr, RunCheck, CheckJson, CheckText);
 }
 
 }  // namespace qdmcli

@@ -17,7 +17,8 @@ Outcome<HistoryEntries> RunHistory(const Options& options) {
 }  // namespace
 
 Command HistoryCommand() {
-    return MakeCommand<HistoryEntries>("history", "show the results of past updates", nullptr, RunHistory, HistoryJson,
+    return MakeCommand<HistoryEntries>("history", "show the results of past updates",
+                                       {{"--root", "--port", "--json"}, {}}, nullptr, RunHistory, HistoryJson,
                                        HistoryText);
 }
 

@@ -21,7 +21,8 @@ Outcome<ServerSurvey> RunInventory(const Options& options) {
 }  // namespace
 
 Command InventoryCommand() {
-    return MakeCommand<ServerSurvey>("inventory", "list the ports with their versions and the repository's", nullptr,
+    return MakeCommand<ServerSurvey>("inventory", "list the ports with their versions and the repository's",
+                                     {AdapterOptions(), {kExitProvider, kExitRepository, kExitNoDevice}}, nullptr,
                                      RunInventory, InventoryJson, InventoryText);
 }
 

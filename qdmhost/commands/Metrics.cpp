@@ -22,6 +22,8 @@ namespace {
 const char kMetricsFile[] = "qdmhost.prom";
 
 Outcome<MetricsSummary> RunMetrics(const Options& options) {
+    // Checked first: a run that cannot write its file must not look like a failed inventory.
+    RequirePath("--textfile", options.textfileFolder, PathNeed::kWritableFolder);
     const auto start = std::chrono::steady_clock::now();
     std::optional<HostError> failure;
     ServerSurvey survey;
@@ -67,6 +69,7 @@ Command MetricsCommand() {
     return MakeCommand<MetricsSummary>("metrics",
                                        "write Prometheus metrics for node_exporter: status and versions of every port "
                                        "and module, last updates, utility check, this run's success",
+                                       {AdapterOptions(), {kExitProvider, kExitRepository, kExitNoDevice}},
                                        AddMetricsOptions, RunMetrics, MetricsJson, MetricsText);
 }
 

@@ -18,22 +18,26 @@ Outcome<ReportSummary> RunReport(const Options& options) {
     UseInstallRoot(options);
     if (!IsSafeHostPath(options.outFolder))
         throw HostError(kExitUsage, "--out must be an absolute path of letters, digits, '/', '_', '-', '.'");
-    if (!CFileUtility::CreateFolder(options.outFolder))
-        throw HostError(kExitInternal, "cannot create " + options.outFolder);
+    if (!CFileUtility::CreateFolder(options.outFolder)) RequirePath("--out", options.outFolder, PathNeed::kFolder);
+    RequirePath("--out", options.outFolder, PathNeed::kWritableFolder);
     Session session(options);
     std::vector<const Port*> reported = WriteConfigReport(session.ports(), options.outFolder);
     return {{options.outFolder + "/" + kReportFile, reported.size()}};
 }
 
 void AddReportOptions(CLI::App& command, Options& options) {
-    command.add_option("--out", options.outFolder, "output folder")->required();
+    command.add_option("--out", options.outFolder, "folder for Emulex_FcConfigInfo.xml; made when missing")
+        ->type_name("DIR")
+        ->required();
 }
 
 }  // namespace
 
 Command ReportCommand() {
-    return MakeCommand<ReportSummary>("report", "write the device configuration report (XML)", AddReportOptions,
-                                      RunReport, ReportJson, ReportText);
+    return MakeCommand<ReportSummary>(
+        "report", "write the device configuration report (XML)",
+        {{"--root", "--provider", "--port", "--trace-level", "--json"}, {kExitProvider, kExitNoDevice}},
+        AddReportOptions, RunReport, ReportJson, ReportText);
 }
 
 }  // namespace qdmcli

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <map>
 
 #include "FileUtility.h"
 #include "adapters/InstallRoot.h"
@@ -54,8 +55,15 @@ std::string CreateTrustStore(const Options& options) {
 // The key's text as read, which is the text that was checked.
 MinisignPublicKey ReadKeyFile(const std::string& path, std::string* text) {
     LimitedRead read = ReadRegularFile(path, kMaxKeyBytes);
-    if (read.result != ReadResult::kOk)
-        throw HostError(kExitUsage, path + " is not a readable regular file of at most 4 KiB");
+    static const std::map<ReadResult, std::pair<const char*, const char*>> kWhy = {
+        {ReadResult::kMissing, {"no such file", "missing"}},
+        {ReadResult::kNotRegular, {"not a regular file", "not-a-file"}},
+        {ReadResult::kTooLarge, {"larger than 4 KiB, no public key", "too-large"}},
+        {ReadResult::kUnreadable, {"unreadable", "unreadable"}}};
+    if (read.result != ReadResult::kOk) {
+        const auto& why = kWhy.at(read.result);
+        throw HostError(kExitUsage, "trust add " + path + ": " + why.first, why.second);
+    }
     *text = read.text;
     try {
         return ParseMinisignPublicKey(read.text);
@@ -126,10 +134,14 @@ Outcome<TrustChange> RunTrust(const Options& options) {
 void AddTrustActions(CLI::App& trust, Options& options) {
     trust.require_subcommand(1);
     CLI::App* add = trust.add_subcommand("add", "trust the minisign public key in FILE");
-    add->add_option("file", options.trustArgument, "minisign public key file (.pub)")->required();
+    add->add_option("file", options.trustArgument, "the publisher's minisign public key file (.pub)")
+        ->type_name("FILE")
+        ->required();
     CLI::App* list = trust.add_subcommand("list", "show the trusted keys");
     CLI::App* remove = trust.add_subcommand("remove", "stop trusting a key");
-    remove->add_option("keyid", options.trustArgument, "key id, as trust list shows it")->required();
+    remove->add_option("keyid", options.trustArgument, "the key's id: 16 hex digits, as trust list shows it")
+        ->type_name("KEYID")
+        ->required();
     for (CLI::App* action : {add, list, remove}) {
         action->fallthrough();
         action->parse_complete_callback([&options, action] { options.trustAction = action->get_name(); });
@@ -139,8 +151,8 @@ void AddTrustActions(CLI::App& trust, Options& options) {
 }  // namespace
 
 Command TrustCommand() {
-    return MakeCommand<TrustChange>("trust", "manage the keys that repositories must be signed with", AddTrustActions,
-                                    RunTrust, TrustJson, TrustText);
+    return MakeCommand<TrustChange>("trust", "manage the keys that repositories must be signed with",
+                                    {{"--root", "--json"}, {}}, AddTrustActions, RunTrust, TrustJson, TrustText);
 }
 
 }  // namespace qdmcli

@@ -2,6 +2,7 @@
 // update order, brought to the repository's versions.
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <functional>
@@ -108,7 +109,7 @@ private:
 // planned, unless the multipath guard refuses a firmware. The same decision
 // for --dry-run and for the update.
 ModuleOutcome Plan(const Port& port, const ModuleReading& reading, FirmwareGuard& guard) {
-    ModuleOutcome result{port, reading, reading.status, "", false, std::nullopt, false, "", "", 0, {}, false, {}};
+    ModuleOutcome result{port, reading, reading.status, "", false, std::nullopt, false, "", "", 0, {}, false, {}, {}};
     if (!PlanRuns(reading.plan)) return result;
     if (port.badWwpn) {
         result.outcome = kRefused;
@@ -177,6 +178,41 @@ void RecheckUnderLock(const Options& options, const Repository& repository) {
     if (!options.dryRun) serials.Accept(trust.channel, *trust.serial);
 }
 
+bool IsHostWide(const std::string& kind) { return kind == kDriver || kind == kUtility; }
+
+// Whether LATER, a host-wide module's entry for another port, says nothing
+// that EARLIER does not: the same decision from the same version, or current
+// because EARLIER updated it. Refusals and runs stay per port.
+bool Repeats(const ModuleOutcome& earlier, const ModuleOutcome& later) {
+    static const std::set<std::string> perPort = {kUpdated, kRefused, kFailed, kMismatch};
+    if (earlier.reading.kind != later.reading.kind) return false;
+    if (earlier.outcome == kUpdated) return later.outcome == kStatusCurrent;
+    return earlier.outcome == later.outcome && !perPort.count(later.outcome) &&
+           earlier.reading.operating == later.reading.operating;
+}
+
+// A host-wide module is installed once: its entries for further ports are
+// folded into the first, which lists every port that shares it.
+std::vector<ModuleOutcome> FoldHostWide(std::vector<ModuleOutcome> results) {
+    std::vector<ModuleOutcome> folded;
+    for (ModuleOutcome& result : results) {
+        if (!IsHostWide(result.reading.kind)) {
+            folded.push_back(std::move(result));
+            continue;
+        }
+        auto first = std::find_if(folded.begin(), folded.end(), [&](const ModuleOutcome& earlier) {
+            return !earlier.sharedBy.empty() && Repeats(earlier, result);
+        });
+        if (first != folded.end()) {
+            first->sharedBy.push_back(result.port.deviceId);
+            continue;
+        }
+        result.sharedBy = {result.port.deviceId};
+        folded.push_back(std::move(result));
+    }
+    return folded;
+}
+
 // The dry run's plan: the survey in update order, each module decided.
 std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& repository, const Options& options,
                                    FirmwareGuard& guard) {
@@ -240,6 +276,7 @@ Outcome<UpdateRun> RunUpdate(const Options& options) {
     for (const ModuleOutcome& result : run.results)
         outcome.exitCode = WorseExitCode(outcome.exitCode, ExitCodeOf(result.outcome));
     if (run.stopped) outcome.exitCode = WorseExitCode(outcome.exitCode, kExitUpdateFailed);
+    run.results = FoldHostWide(std::move(run.results));
     return outcome;
 }
 
@@ -260,8 +297,13 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command UpdateCommand() {
-    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions, RunUpdate,
-                                  UpdateJson, UpdateText);
+    std::vector<std::string> globals = AdapterOptions();
+    globals.push_back("--wait");
+    return MakeCommand<UpdateRun>("update", "bring every module to the repository version",
+                                  {globals,
+                                   {kExitUpdateFailed, kExitApplyCheck, kExitRefused, kExitLockBusy, kExitProvider,
+                                    kExitRepository, kExitNoDevice, kExitUntrusted}},
+                                  AddUpdateOptions, RunUpdate, UpdateJson, UpdateText);
 }
 
 }  // namespace qdmcli

@@ -1,6 +1,7 @@
 #include "model/ExitCodes.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace qdmcli {
 
@@ -43,14 +44,17 @@ const ExitCodeInfo& DescribeExitCode(int code) {
 
 int WorseExitCode(int first, int second) { return Rank(first) >= Rank(second) ? first : second; }
 
-std::string ExitCodeHelp() {
-    std::vector<ExitCodeInfo> byCode = ExitCodeTable();
-    std::sort(byCode.begin(), byCode.end(),
-              [](const ExitCodeInfo& a, const ExitCodeInfo& b) { return a.code < b.code; });
+std::string ExitCodeHelp(std::vector<int> codes) {
+    if (codes.empty())
+        for (const ExitCodeInfo& info : ExitCodeTable()) codes.push_back(info.code);
+    std::sort(codes.begin(), codes.end());
+    codes.erase(std::unique(codes.begin(), codes.end()), codes.end());
     std::string text = "Exit codes:\n";
-    for (const ExitCodeInfo& info : byCode) {
-        std::string code = std::to_string(info.code);
-        text += "  " + std::string(3 - std::min<std::size_t>(code.size(), 2), ' ') + code + "  " + info.meaning + "\n";
+    for (int code : codes) {
+        const ExitCodeInfo& info = DescribeExitCode(code);
+        char line[160];
+        std::snprintf(line, sizeof line, "  %3d  %-21s %s\n", info.code, info.name, info.meaning);
+        text += line;
     }
     return text;
 }

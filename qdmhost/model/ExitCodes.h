@@ -32,7 +32,8 @@ const ExitCodeInfo& DescribeExitCode(int code);
 // Of two outcomes of one run, the one a script must see: an update failure
 // outranks an apply-check mismatch, which outranks a refusal.
 int WorseExitCode(int first, int second);
-// The "Exit codes:" block of --help.
-std::string ExitCodeHelp();
+// The "Exit codes:" block of --help: number, name and meaning of each code in
+// CODES (all codes when empty), by number.
+std::string ExitCodeHelp(std::vector<int> codes = {});
 
 }  // namespace qdmcli

@@ -37,6 +37,9 @@ struct ModuleOutcome {
     std::vector<std::string> maps;
     bool pathLossAllowed = false;
     std::vector<std::string> pathsNotRestored;  // after the flash, within --path-wait
+    // A host-wide module (driver, utility) is one entry for the ports that
+    // share it: their device ids, this entry's port first. Empty otherwise.
+    std::vector<std::string> sharedBy;
 };
 
 // Why an update run stopped before its end.

@@ -32,6 +32,19 @@ std::vector<ModuleReading> ReadModules(const Port& port, const Repository& repos
     return readings;
 }
 
+// The firmware module compares boot BIOS versions too: they follow the
+// firmware's format on each adapter generation.
+void RateBootBios(PortSurvey& port, const Repository& repository) {
+    const CatalogueEntry* entry = repository.EntryFor(port.modelKey, kFirmware);
+    port.bootBiosRepository = entry ? entry->bootBios : "";
+    const std::string operating = port.bootBios.empty() ? "abnormal" : port.bootBios;
+    CModuleManager* firmware = port.port.vendor->FindModule(kFirmware);
+    const bool hasPackage = !port.bootBiosRepository.empty() && firmware;
+    const int comparison =
+        hasPackage && operating != "abnormal" ? firmware->CheckVendorVersion(operating, port.bootBiosRepository) : 0;
+    port.bootBiosStatus = VersionStatus(operating, hasPackage, comparison);
+}
+
 }  // namespace
 
 RepositoryState StateOf(const Repository& repository) {
@@ -91,10 +104,14 @@ ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository
     survey.repository = StateOf(repository);
     if (scope.missingComponents && !ports.empty()) survey.missingComponents = MissingComponents(ports.front());
     for (const Port& port : ports)
-        survey.ports.push_back({port, port.vendor->GetModelKey(), ReadModules(port, repository, scope), "", ""});
+        survey.ports.push_back(
+            {port, port.vendor->GetModelKey(), ReadModules(port, repository, scope), "", "", "", ""});
     if (scope.bootBios) {
         std::vector<std::string> bootBios = BootBiosVersions(ports, root);
-        for (std::size_t i = 0; i < ports.size(); ++i) survey.ports[i].bootBios = bootBios[i];
+        for (std::size_t i = 0; i < ports.size(); ++i) {
+            survey.ports[i].bootBios = bootBios[i];
+            RateBootBios(survey.ports[i], repository);
+        }
     }
     if (scope.utilityCheck)
         for (PortSurvey& port : survey.ports) port.utilityCheck = UtilityCheck(port.port, repository);

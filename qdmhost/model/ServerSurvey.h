@@ -29,6 +29,10 @@ struct PortSurvey {
     std::string modelKey;
     std::vector<ModuleReading> modules;  // in the order the survey's scope asks
     std::string bootBios;
+    // The boot BIOS against the one the repository's firmware package carries:
+    // a status as for a module; hasPackage false when the package declares none.
+    std::string bootBiosRepository;
+    std::string bootBiosStatus;
     std::string utilityCheck;  // empty when not asked for
 };
 

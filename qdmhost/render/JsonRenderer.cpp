@@ -42,7 +42,9 @@ Json InventoryPortJson(const PortSurvey& port) {
     for (const ModuleReading& reading : port.modules) modules.push_back(ModuleJson(reading));
     return {{"deviceId", port.port.deviceId}, {"vendorClass", port.port.vendorClass}, {"modelKey", port.modelKey},
             {"wwpn", port.port.wwpn},         {"busDevFunc", port.port.busDevFunc},   {"modules", modules},
-            {"bootBios", port.bootBios}};
+            {"bootBios", port.bootBios},
+            {"bootBiosRepository", OrNull(port.bootBiosRepository, !port.bootBiosRepository.empty())},
+            {"bootBiosStatus", port.bootBiosStatus}};
 }
 
 }  // namespace
@@ -122,6 +124,7 @@ Json ModuleOutcomeJson(const ModuleOutcome& result) {
     if (!result.reason.empty()) json["reason"] = result.reason;
     if (result.downgrade) json["downgrade"] = true;
     if (result.messages) json["messages"] = MessagesJson(*result.messages);
+    if (!result.sharedBy.empty()) json["ports"] = result.sharedBy;
     if (result.ran) {
         json["now"] = result.now;
         json["failedStep"] = OrNull(result.failedStep, !result.failedStep.empty());

@@ -111,7 +111,10 @@ std::string InventoryText(const ServerSurvey& survey) {
         for (const ModuleReading& reading : port.modules) {
             rows.push_back({"", ModuleKindLabel(reading.kind), Cell(reading.operating), RepositoryVersion(reading),
                             reading.status});
-            if (reading.kind == kFirmware) rows.push_back({"", "boot BIOS", Cell(port.bootBios), "", ""});
+            if (reading.kind == kFirmware)
+                rows.push_back({"", "boot BIOS", Cell(port.bootBios),
+                                port.bootBiosRepository.empty() ? "-" : Cell(port.bootBiosRepository),
+                                port.bootBiosStatus});
         }
         out << Table(rows) << "\n";
     }
@@ -129,8 +132,9 @@ std::string CheckText(const ServerSurvey& survey) {
 std::string UpdateText(const UpdateRun& run) {
     std::vector<Row> rows = {{"PORT", "MODULE", "FROM", "TO", "OUTCOME"}};
     for (const ModuleOutcome& result : run.results)
-        rows.push_back({result.port.deviceId.substr(0, 12), ModuleKindLabel(result.reading.kind),
-                        Cell(result.reading.operating),
+        rows.push_back({result.sharedBy.size() > 1 ? "all " + std::to_string(result.sharedBy.size()) + " ports"
+                                                   : result.port.deviceId.substr(0, 12),
+                        ModuleKindLabel(result.reading.kind), Cell(result.reading.operating),
                         result.reading.hasPackage ? Cell(result.reading.package.version) : "-", OutcomeCell(result)});
     std::string stopped;
     if (run.stopped)

@@ -90,6 +90,10 @@ CatalogueEntry ParseEntry(const nlohmann::json& entry, const std::string& where,
     if (!IsSafeArchiveName(parsed.archive))
         BadCatalogue(where + ": archive must be a plain file name inside the repository");
     ParseArchiveDigest(entry, where, trustFieldsRequired, &parsed);
+    if (parsed.kind == kFirmware && entry.contains("bootBios")) {
+        parsed.bootBios = StringField(entry, "bootBios", where);
+        if (!IsSafeVersionText(parsed.bootBios)) BadCatalogue(where + ": bad bootBios version text");
+    }
     return parsed;
 }
 

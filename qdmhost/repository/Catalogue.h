@@ -18,6 +18,7 @@ struct CatalogueEntry {
     std::string archive;                // plain file name inside the repository
     std::string sha256;                 // 64 lower-case hex digits; empty when absent (unsigned lab use)
     std::optional<std::uint64_t> size;  // bytes of the archive
+    std::string bootBios;               // firm: the boot BIOS the package carries; empty when not declared
 };
 
 struct Catalogue {

@@ -219,7 +219,8 @@ public:
         ASSERT_TRUE(qdmtest::BuildUtilityModule(repo_ + "/ocm.zip", "11.4.204.8"));
         const json all = {"fcelx_8g1p", dualPort, "fcelx_16g"};
         const json packages = {
-            {{"uniqueNames", {"fcelx_8g1p", dualPort}}, {"kind", "firm"}, {"version", "2.02a5"}, {"archive", "fw-8g.zip"}},
+            {{"uniqueNames", {"fcelx_8g1p", dualPort}}, {"kind", "firm"}, {"version", "2.02a5"}, {"archive", "fw-8g.zip"},
+             {"bootBios", "5.12a3"}},
             {{"uniqueNames", {"fcelx_16g"}}, {"kind", "firm"}, {"version", "11.4.204.8"}, {"archive", "fw-16g.zip"}},
             {{"uniqueNames", all}, {"kind", "driver"}, {"version", "11.4.204.8"}, {"archive", "lpfc.zip"}},
             {{"uniqueNames", all}, {"kind", "util"}, {"version", "11.4.204.8"}, {"archive", "ocm.zip"}}};

@@ -57,19 +57,35 @@ TEST_F(E2eTest, PortSelectorsAndUnlistedAdapter) {
     EXPECT_NE(run.err.find("unsupported Fibre Channel function 0000:03:00.0"), std::string::npos) << run.err;
 }
 
-// Failures: with --json an {"error": ...} document holding the code, its name and a message.
+// Failures: with --json an {"error": ...} document holding the code, its name and a message; without,
+// one "qdmhost: error:" line on standard error. Command-line mistakes name the word and what was expected.
 TEST_F(E2eTest, ErrorExitCodes) {
     const std::string catalogue = repo_ + "/catalogue.json", table = e2e::kRoot + "/qdmhost/devices.json";
+    const std::string file = folder_ + "/plain-file";
+    qdmtest::WriteFile(file, "not a folder\n");
     // Arguments after --json; a file replaced ("" none) by a content (nullptr: removed); exit code, its name and a
     // part of the message. Rows that replace a file come last: the file stays as the row leaves it.
-    const std::tuple<std::vector<std::string>, std::string, const char*, int, const char*, const char*> rows[] = {
-        {{"inventory", "--bogus"}, "", "", 2, "usage", "--bogus"},
-        {{}, "", "", 2, "usage", "subcommand"},                                          // no command
+    const std::tuple<std::vector<std::string>, std::string, const char*, int, const char*, std::string> rows[] = {
+        {{"inventory", "--bogus"}, "", "", 2, "usage", "unknown option '--bogus' for qdmhost inventory"},
+        {{}, "", "", 2, "usage", "no command given: expected one of inventory, update"},
+        {{"frobnicate"}, "", "", 2, "usage", "unknown command 'frobnicate': expected one of inventory"},
+        {{"help"}, "", "", 2, "usage", "unknown command 'help'"},
+        {{"trust", "frob"}, "", "", 2, "usage", "unknown command 'frob': expected one of add, list, remove"},
+        {{"--wait", "abc", "update"}, "", "", 2, "usage", "--wait: 'abc' is not a whole number of seconds from 0"},
+        {{"update", "--wait"}, "", "", 2, "usage", "--wait needs a value: SECONDS"},
+        {{"report"}, "", "", 2, "usage", "qdmhost report needs --out DIR"},
         {{"--root", "relative/root", "history"}, "", "", 2, "usage", "--root"},          // unsafe root
         {{"report", "--out", folder_ + "/a;touch x"}, "", "", 2, "usage", "--out"},      // unsafe folder
-        {{"--provider", "/nonexistent/libqdmp_EMULEX_FC.so", "inventory"}, "", "", 7, "provider-missing",
-         "provider library not found"},
-        {{"--repo", "/nonexistent", "update"}, "", "", 8, "bad-repository", "cannot read"},
+        // A path given on the command line that is missing or of the wrong kind.
+        {{"--root", "/nonexistent", "inventory"}, "", "", 2, "usage", "--root /nonexistent: no such folder"},
+        {{"--root", file, "history"}, "", "", 2, "usage", "--root " + file + ": not a folder"},
+        {{"metrics", "--textfile", "/nonexistent"}, "", "", 2, "usage", "--textfile /nonexistent: no such folder"},
+        {{"metrics", "--textfile", file}, "", "", 2, "usage", "--textfile " + file + ": not a folder"},
+        {{"report", "--out", file}, "", "", 2, "usage", "--out " + file + ": not a folder"},
+        {{"--repo", "/nonexistent", "update"}, "", "", 2, "usage", "--repo /nonexistent: no such folder"},
+        {{"--provider", "/nonexistent/libqdmp_EMULEX_FC.so", "inventory"}, "", "", 2, "usage", "no such file"},
+        {{"--provider", folder_, "inventory"}, "", "", 2, "usage", "--provider " + folder_ + ": not a regular file"},
+        {{"trust", "add", "/nonexistent.pub"}, "", "", 2, "usage", "trust add /nonexistent.pub: no such file"},
         {{"--port", "9/9/9", "check"}, "", "", 9, "no-device", "no port matches --port 9/9/9"},
         {{"--allow-unsigned", "--repo", repo_, "update"}, catalogue, "{\"channel\": \"default\", \"packages\": []}", 8, "bad-repository",
          "holds no update package"},
@@ -80,8 +96,8 @@ TEST_F(E2eTest, ErrorExitCodes) {
          "bad-repository", "fw.zip is missing"},
         {{"inventory"}, table, nullptr, 9, "no-device", "supported-device table"},
     };
-    for (const auto& [arguments, file, content, exitCode, name, message] : rows) {
-        if (!file.empty()) content ? qdmtest::WriteFile(file, content) : qdmtest::RemoveTree(file);
+    for (const auto& [arguments, replaced, content, exitCode, name, message] : rows) {
+        if (!replaced.empty()) content ? qdmtest::WriteFile(replaced, content) : qdmtest::RemoveTree(replaced);
         std::vector<std::string> args = arguments;
         args.insert(args.begin(), "--json");
         e2e::HostRun run = Run(args);
@@ -89,11 +105,18 @@ TEST_F(E2eTest, ErrorExitCodes) {
         const std::string code = std::to_string(exitCode);
         EXPECT_EQ(std::to_string(run.exitCode) + " " + error.value("name", "") + " " + error["exitCode"].dump(),
                   code + " " + name + " " + code) << run.err;
-        EXPECT_NE(error["message"].get<std::string>().find(message), std::string::npos) << run.out;
+        EXPECT_NE(error.value("message", "").find(message), std::string::npos) << run.out;
+        e2e::HostRun text = Run(arguments);
+        EXPECT_EQ(text.exitCode, exitCode) << text.err;
+        EXPECT_NE(text.err.find("qdmhost: error: " + error.value("message", "?")), std::string::npos) << text.err;
     }
     // A usage error names the command once the line has named one.
     EXPECT_EQ(json::parse(Run({"--json", "metrics"}).out)["command"], "metrics");
     EXPECT_EQ(json::parse(Run({"--json", "--bogus"}).out)["command"], nullptr);
+    // --version under --json: the envelope alone.
+    json version = json::parse(Run({"--json", "--version"}).out, nullptr, false);
+    EXPECT_EQ(version.value("exitName", "") + " " + version["command"].dump() + " " + version["qdmhost"].type_name(),
+              "ok null string");
 }
 
 // Held lock: an update waits (announced, not waited under virtual time), then gives up; readers go on.
@@ -111,6 +134,14 @@ TEST_F(E2eTest, LockThenFullUpdateCycleEndsCurrent) {
 
     json plan = Document(Host({"--json", "update", "--dry-run"}), "update", 0);
     EXPECT_EQ(Outcomes(plan, "firm")["0000:03:00.0"], "planned");
+    // The host-wide driver and utility are planned once, for the five ports that share them.
+    for (const char* kind : {"driver", "util"})
+        EXPECT_EQ(Outcomes(plan, kind), (std::map<std::string, std::string>{{"0000:03:00.0", "planned"}})) << kind;
+    for (const json& result : plan["results"])
+        if (result["kind"] == "driver") {
+            EXPECT_EQ(result["ports"].size(), 5u) << result;
+        }
+    EXPECT_NE(Host({"update", "--dry-run"}).out.find("all 5 ports"), std::string::npos);
     EXPECT_EQ(qdmtest::SimCallCount("Download") + qdmtest::SimCallCount("-Uhv"), 0u);
     EXPECT_TRUE(Document(Host({"--json", "history"}), "history", 0)["entries"].empty());
 
@@ -118,9 +149,8 @@ TEST_F(E2eTest, LockThenFullUpdateCycleEndsCurrent) {
     qdmtest::WriteFile(e2e::kRoot + "/tmp/EMULEX/temp/firm/bios_9.99a9.prg", "stale image\n");
     e2e::HostRun update = Host({"--json", "update"});
     json document = Document(update, "update", 0);
-    // Host-wide components are updated once, through the first port.
-    EXPECT_EQ(Outcomes(document, "driver"), (std::map<std::string, std::string>{{"0000:03:00.0", "updated"},
-        {"0000:04:00.0", "current"}, {"0000:04:00.1", "current"}, {"0000:05:00.0", "current"}, {"0000:05:00.1", "current"}}));
+    // Host-wide components are updated once, through the first port, and reported once for all five.
+    EXPECT_EQ(Outcomes(document, "driver"), (std::map<std::string, std::string>{{"0000:03:00.0", "updated"}}));
     EXPECT_EQ(Outcomes(document, "util")["0000:03:00.0"] + Outcomes(document, "firm")["0000:03:00.0"] +
                   Outcomes(document, "firm")["0000:04:00.0"] + Outcomes(document, "firm")["0000:05:00.0"],
               "updatedupdatedcurrentupdated");

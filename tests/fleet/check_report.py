@@ -13,7 +13,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'ansible'))
 # The rules the page paints, from the collection's filter (tested in collection_test.py).
 from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_port_status as port_status  # noqa: E402
 from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_server_group as action_group  # noqa: E402
-from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import STATUSES_WORST_FIRST as WORST_FIRST  # noqa: E402
+from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_summary as summary  # noqa: E402
 
 SCHEMA = Path(__file__).resolve().parents[2] / 'docs/schema/fleet.schema.json'
 CHROMIUM = ['chromium', '--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
@@ -21,31 +21,50 @@ CHROMIUM = ['chromium', '--headless', '--no-sandbox', '--disable-gpu', '--disabl
 VOID_ELEMENTS = {'area', 'base', 'br', 'col', 'embed', 'hr', 'img', 'input', 'link', 'meta', 'source', 'track', 'wbr'}
 
 
-def summary(fleet):
-    servers = fleet['servers']
-    statuses = [port_status(port) for server in servers for port in server['ports']]
-    states = [server['state'] for server in servers]
-    return dict({'servers': len(servers), 'ports': len(statuses), 'action': sum(action_group(s) < 2 for s in servers)},
-                **{status: statuses.count(status) for status in WORST_FIRST},
-                **{state: states.count(state) for state in ('failed', 'unreachable')})
-
-
 def normal(text):
     return ' '.join(text.split())
 
 
+def run_cell(update):
+    """The update's cell under the server's name: its outcome, reason, step and message."""
+    if not update:
+        return []
+    texts = [update['reason'], update['step'] and f"in step {update['step']}", update['message']]
+    return [('run', update['outcome'], [text for text in texts if text])]
+
+
+def last_cell(last):
+    """A port's last update from the history: outcome, versions, failed step and time."""
+    if not last:
+        return ('last', 'none', ['none recorded'])
+    texts = [last['outcome'], last['kind'], last['from'], last['to'], last['failedStep'], last['time']]
+    return ('last', last['outcome'], [text for text in texts if text])
+
+
+def boot_bios(port):
+    """The boot BIOS as the module it is shown as, when the document rates it."""
+    if 'bootBiosStatus' not in port:
+        return []
+    return [{'kind': 'bios', 'status': port['bootBiosStatus'], 'operating': port['bootBios'] or None,
+             'repository': port.get('bootBiosRepository')}]
+
+
 def expected_rows(fleet):
-    """(server, port) -> (row status, [(cell, its status, texts it must show)])."""
+    """(server, port) -> (row status, [(cell, its status, texts it must show)]); the server's first
+    row carries the cell of its update."""
     rows = {}
     for server in fleet['servers']:
+        first = run_cell(server.get('update'))
         if server['state'] != 'ok':
-            rows[(server['name'], '')] = (server['state'], [('row', server['state'], [server['state'], server['message']])])
+            rows[(server['name'], '')] = (server['state'], [('row', server['state'], [server['state'], server['message']])]
+                                          + first)
         elif not server['ports']:
-            rows[(server['name'], '')] = ('current', [])
-        for port in server['ports']:
+            rows[(server['name'], '')] = ('current', first)
+        for index, port in enumerate(server['ports']):
             rows[(server['name'], port['deviceId'])] = (port_status(port), [
                 (m['kind'], m['status'], [v for v in (m['status'], m['operating'], m['repository']) if v is not None])
-                for m in port['modules']])
+                for m in port['modules'] + boot_bios(port)] + [last_cell(port.get('lastUpdate'))]
+                + (first if index == 0 else []))
     return rows
 
 

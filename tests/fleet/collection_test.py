@@ -12,7 +12,8 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "ansible"))
 from ansible_collections.velmora.fc.plugins.module_utils import qdmhost  # noqa: E402
 from ansible_collections.velmora.fc.plugins.modules import fc_info, fc_update  # noqa: E402
-from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_port_status, fleet_server, fleet_server_group  # noqa: E402
+from ansible_collections.velmora.fc.plugins.filter.fleet import (  # noqa: E402
+    fleet_port_status, fleet_server, fleet_server_group, fleet_summary, update_outcome)
 from ansible_collections.velmora.fc.plugins.action import fleet_report  # noqa: E402
 
 ENVELOPE = {"schemaVersion": 1, "qdmhost": "1.0.0", "host": "fc01", "command": "update"}
@@ -112,6 +113,9 @@ class FleetServer(unittest.TestCase):
                 entry = fleet_server("fc01", {"fc01": {"fc_inventory": result}})
                 self.assertEqual((entry["state"], entry["message"], entry["exitName"]), (state, message, name))
         self.assertEqual(fleet_server("fc01", {"fc01": {"fc_inventory": ok}})["ports"], ok["ports"])
+        # Dropped from the rolling update's play before any reading: unreachable, in the counts too.
+        gone = fleet_server("fc01", {"fc01": {}}, ["fc_after", "fc_before"], "fc_update", left_play=True)
+        self.assertEqual((gone["state"], fleet_summary({"servers": [gone]})["unreachable"]), ("unreachable", 1))
 
     def test_report_rules(self):
         def port(*statuses):
@@ -130,6 +134,51 @@ class FleetServer(unittest.TestCase):
                 server = {"state": state, "ports": [port(*statuses) for statuses in ports]}
                 self.assertEqual(([fleet_port_status(p) for p in server["ports"]], fleet_server_group(server)),
                                  (port_statuses, group))
+
+
+class UpdateOutcome(unittest.TestCase):
+    def test_outcomes(self):
+        done = {"changed": True, "updated": 2, "exit_name": "ok", "results": []}
+        def failed(name, **more):
+            return dict({"failed": True, "msg": "qdmhost failed: " + name, "exit_name": name}, **more)
+        step = failed("update-failed", results=[{"outcome": "updated"}, {"outcome": "failed", "failedStep": "PreUpdate"}])
+        rows = [
+            # (fc_update result, recorded failure, outcome, reason, step)
+            (done, None, "updated", None, None),
+            (dict(done, updated=0), None, "current", None, None),
+            ({"skipped": True}, None, "not-reached", None, None),  # check mode or not run
+            (None, None, "not-reached", None, None),               # a later batch
+            (failed("refused"), None, "refused", "refused", None),
+            (failed("untrusted-repository", reason="expired"), None, "refused", "expired", None),
+            (step, None, "failed", None, "PreUpdate"),
+            (failed("timeout"), None, "timed-out", None, None),
+            (failed("interrupted"), None, "interrupted", None, None),
+            ({"unreachable": True, "msg": "ssh: refused"}, None, "unreachable", None, None),
+            (None, "left", "unreachable", None, None),  # dropped from the play before its update
+            # A task before or after the update failed: its name is the step.
+            (None, {"task": "Install the package", "result": {"failed": True, "msg": "dpkg: error"}},
+             "failed", None, "Install the package"),
+            (None, {"task": "Stop on a server", "result": {"failed": True, "msg": "missing components: OCM"}},
+             "refused", "missing-component", None),
+            (done, {"task": "Fail a server whose versions did not move", "result": {"failed": True, "msg": "x"}},
+             "failed", None, "Fail a server whose versions did not move"),
+        ]
+        for update, failure, outcome, reason, step_name in rows:
+            with self.subTest(outcome=outcome, update=update, failure=failure):
+                variables = {"fc_update": update, "fc_failure": failure}
+                got = update_outcome({k: v for k, v in variables.items() if v not in (None, "left")},
+                                     left_play=failure == "left")
+                self.assertEqual((got["outcome"], got["reason"], got["step"]), (outcome, reason, step_name))
+
+    def test_summary_counts_failed_updates(self):
+        port = {"modules": [{"status": "current"}]}
+        servers = [{"state": "ok", "ports": [port], "update": {"outcome": outcome}}
+                   for outcome in ("updated", "refused", "failed", "timed-out", "interrupted", "current")]
+        counts = fleet_summary({"servers": servers + [{"state": "unreachable", "ports": [], "update": None}]})
+        self.assertEqual(counts, {"servers": 7, "ports": 6, "action": 5, "unreadable": 0, "older": 0, "newer": 0,
+                                  "current": 6, "failed": 4, "unreachable": 1, "update-updated": 1,
+                                  "update-refused": 1, "update-failed": 1, "update-timed-out": 1,
+                                  "update-interrupted": 1})
 
 
 class FleetReport(unittest.TestCase):

@@ -68,10 +68,10 @@ expect "the report page shows what the fleet document holds" ok "$report"
 update=(rolling_update -e fc_serial=2 -e fc_max_fail_percentage=50 -e fc_update_timeout=15
     -e "qdmhost_deb=$work/big/qdmhost.deb")
 before=$(states big)
-play big check "${update[@]}" -e fc_serial=8 --check   # one batch: what it would do, everywhere at once
+play big check "${update[@]}" -e fc_serial=8 -e "fleet_out_dir=$out/check" --check   # one batch: what it would do, everywhere at once
 expect "check mode changes no simulator state" "$before" "$(states big)"
 
-play big update "${update[@]}"
+play big update "${update[@]}" -e "fleet_out_dir=$out/update"
 expect "rolling update: good servers changed, refusing and hanging ones failed with their reasons" "\
 fcsim-01 changed=1 failed=0 unreachable=0
 fcsim-02 changed=1 failed=0 unreachable=0
@@ -81,6 +81,21 @@ fcsim-05 changed=1 failed=0 unreachable=0
 fcsim-06 changed=0 failed=1 unreachable=0 refused
 fcsim-07 changed=0 failed=0 unreachable=1
 fcsim-08 changed=0 failed=1 unreachable=0 timeout" "$(recap update)"
+
+# A second function flashed through its sibling has no history line of its own: "none".
+expect "the update's report: each server's outcome and its ports' last update" "\
+fcsim-01 updated last:updated
+fcsim-02 updated last:none/updated
+fcsim-03 current last:none
+fcsim-04 updated last:none/updated
+fcsim-05 updated last:updated
+fcsim-06 refused:refused last:refused/updated
+fcsim-07 unreachable last:-
+fcsim-08 timed-out last:none/updated" "$("$here/fleet_results.py" updates "$out/update/fleet.json")"
+report=ok
+"$here/check_report.py" "$out/update/fleet.json" "$out/update/fleet.html" "$out/update/screenshot.png" \
+    >"$out/report.log" 2>&1 || report=$(cat "$out/report.log")
+expect "the update's report page shows what its document holds" ok "$report"
 
 play big after fleet_inventory -e "fleet_out_dir=$out/after"
 expect "after the update the good servers are current" "\
@@ -93,7 +108,7 @@ fcsim-06 ok firm:current driver:current util:older
 fcsim-07 unreachable
 fcsim-08 ok firm:older driver:older util:current" "$(servers after/fleet.json)"
 
-play big again "${update[@]}"
+play big again "${update[@]}" -e "fleet_out_dir=$out/again"
 expect "a second run changes nothing" "\
 fcsim-01 changed=0 failed=0 unreachable=0
 fcsim-02 changed=0 failed=0 unreachable=0
@@ -108,7 +123,7 @@ fcsim-08 changed=0 failed=1 unreachable=0 timeout" "$(recap again)"
 FLEET_SIM_ROLES="good refuse good" scripts/fleet-sim.sh start 3 "$work/small"
 before=$(states small | grep fcsim-03)
 play small stopped rolling_update -e fc_serial=2 -e fc_max_fail_percentage=25 \
-    -e "qdmhost_deb=$work/small/qdmhost.deb"
+    -e "qdmhost_deb=$work/small/qdmhost.deb" -e "fleet_out_dir=$out/stopped"
 expect "rollout stops when the failure percentage is exceeded" "$before" "$(states small | grep fcsim-03)"
 expect "the stopped rollout ran on the first batch only" "fcsim-01 fcsim-02" "$(recap stopped | cut -d' ' -f1 | xargs)"
 

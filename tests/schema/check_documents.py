@@ -21,8 +21,10 @@ def check(path):
     """The schema the document was checked against and what is wrong with it."""
     try:
         document = json.loads(path.read_text())
-        failed = "error" in document or not isinstance(document.get("command"), str)
-        name = "error.schema.json" if failed else document["command"] + ".schema.json"
+        command = document.get("command")
+        # No command and no error: --json --version, the envelope alone.
+        name = ("error.schema.json" if "error" in document else "version.schema.json" if command is None
+                else command + ".schema.json")
         return name, [f"{path} ({name}) /{'/'.join(map(str, e.absolute_path))}: {e.message}"
                       for e in validators[name].iter_errors(document)]
     except (ValueError, KeyError, AttributeError) as error:

@@ -2,7 +2,8 @@
 # Copyright: Velmora
 # GNU General Public License v3.0+ (see https://www.gnu.org/licenses/gpl-3.0.txt)
 """fleet_report: the fleet document and the report page, written on the
-controller in one step from every play host's fc_info result."""
+controller in one step from every play host's fc_info result and, after a
+rolling update, each host's update outcome."""
 
 from __future__ import absolute_import, division, print_function
 
@@ -21,10 +22,11 @@ from ansible_collections.velmora.fc.plugins.filter.fleet import FILTERS, fleet_s
 TEMPLATES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "playbooks", "templates")
 
 
-def fleet_document(hosts, hostvars, result_name="fc_inventory", generated=None):
+def fleet_document(hosts, hostvars, result_name="fc_inventory", generated=None, update_name=None, left=()):
+    """The document of HOSTS; LEFT: the hosts Ansible dropped from the play."""
     generated = generated or datetime.datetime.now(datetime.timezone.utc).strftime("%Y-%m-%dT%H:%M:%SZ")
     return {"schemaVersion": 1, "generated": generated,
-            "servers": [fleet_server(name, hostvars, result_name) for name in hosts]}
+            "servers": [fleet_server(name, hostvars, result_name, update_name, name in left) for name in hosts]}
 
 
 def render_report(fleet):
@@ -62,14 +64,16 @@ def write_fleet_report(folder, fleet):
 class ActionModule(ActionBase):
     TRANSFERS_FILES = False
     _supports_check_mode = False  # check mode writes nothing and skips the step
-    _VALID_ARGS = frozenset(("dest", "result"))
+    _VALID_ARGS = frozenset(("dest", "result", "update"))
 
     def run(self, tmp=None, task_vars=None):
         result = super(ActionModule, self).run(tmp, task_vars)
         task_vars = task_vars or {}
         folder = os.path.abspath(os.path.expanduser(self._task.args.get("dest") or "fleet-report"))
-        fleet = fleet_document(task_vars.get("ansible_play_hosts_all", []), task_vars.get("hostvars", {}),
-                               self._task.args.get("result") or "fc_inventory")
+        hosts = task_vars.get("ansible_play_hosts_all", [])
+        left = set(hosts) - set(task_vars.get("ansible_play_hosts", hosts))
+        fleet = fleet_document(hosts, task_vars.get("hostvars", {}), self._task.args.get("result") or "fc_inventory",
+                               update_name=self._task.args.get("update"), left=left)
         try:
             write_fleet_report(folder, fleet)
         except (OSError, jinja2.TemplateError) as error:

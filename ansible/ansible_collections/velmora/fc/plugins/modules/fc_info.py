@@ -163,6 +163,9 @@ from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import (
     CHECK_FINDINGS, PENDING_STATUSES, common_argument_spec, run_for_module)
 
+# What the report shows of a port's last update.
+LAST_UPDATE_FIELDS = ("time", "kind", "outcome", "failedStep", "from", "to")
+
 
 def pending(ports):
     return [dict(deviceId=port.get("deviceId"), wwpn=port.get("wwpn"), kind=module.get("kind"),
@@ -171,7 +174,8 @@ def pending(ports):
 
 
 # A port of the check document as the inventory lists it, and as the check does.
-INVENTORY_FIELDS = ("deviceId", "vendorClass", "modelKey", "wwpn", "busDevFunc", "bootBios", "modules")
+INVENTORY_FIELDS = ("deviceId", "vendorClass", "modelKey", "wwpn", "busDevFunc", "bootBios", "bootBiosRepository",
+                    "bootBiosStatus", "modules")
 CHECK_FIELDS = ("deviceId", "wwpn", "utilityCheck", "plans")
 
 
@@ -186,11 +190,22 @@ def path_verdicts(check):
             for a in adapters]
 
 
+def with_last_updates(ports, entries):
+    """PORTS, each with the last update of the history ENTRIES (oldest first) for its device, or None."""
+    last = {}
+    for entry in entries:
+        if isinstance(entry, dict):
+            last[entry.get("deviceId")] = dict((key, entry.get(key)) for key in LAST_UPDATE_FIELDS)
+    return [dict(port, lastUpdate=last.get(port.get("deviceId"))) for port in ports]
+
+
 def main():
     module = AnsibleModule(argument_spec=common_argument_spec(default_timeout=600), supports_check_mode=True)
     check = run_for_module(module, ["check"], accepted=CHECK_FINDINGS)
+    history = run_for_module(module, ["history"])
     checked_ports = check.document.get("ports", [])
-    ports = [only(INVENTORY_FIELDS, port) for port in checked_ports]
+    ports = with_last_updates([only(INVENTORY_FIELDS, port) for port in checked_ports],
+                              history.document.get("entries") or [])
     verdicts = path_verdicts(check.document)
     module.exit_json(
         changed=False,

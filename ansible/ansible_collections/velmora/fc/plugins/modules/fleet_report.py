@@ -13,8 +13,8 @@ module: fleet_report
 short_description: Write the fleet document and the fleet report page on the controller
 version_added: "1.1.0"
 description:
-  - Builds the fleet document from the C(fc_info) result that every host of the play registered and
-    writes C(fleet.json) and the self-contained report page C(fleet.html) into O(dest), each replaced
+  - Builds the fleet document from the C(fc_info) result that every host of the play registered
+    (and, given O(update), each host's rolling-update outcome) and writes C(fleet.json) and the self-contained report page C(fleet.html) into O(dest), each replaced
     atomically.
   - Runs on the controller only (an action plugin); use it with C(run_once).
 author:
@@ -25,9 +25,19 @@ options:
     type: path
     default: fleet-report
   result:
-    description: Name of the variable under which each host registered its C(fc_info) result.
-    type: str
+    description:
+      - Name of the variable under which each host registered its C(fc_info) result, or a list of names:
+        the first result that ran is taken (after an update, the reading after it, else the one before).
+    type: raw
     default: fc_inventory
+  update:
+    description:
+      - Name of the variable under which each host registered its C(fc_update) result. The document then
+        carries per server the update's outcome (C(updated), C(current), C(refused) with its reason,
+        C(failed) with its step, C(timed-out), C(interrupted), C(unreachable), C(not-reached)); a failed
+        task before or after the update is read from the host's C(fc_failure) variable
+        (C({task: name, result: result})).
+    type: str
 attributes:
   check_mode:
     support: none
