@@ -10,7 +10,6 @@
 #include "cli/Console.h"
 #include "model/HostError.h"
 #include "model/Vocabulary.h"
-#include "HostSys.h"
 
 namespace qdmcli {
 

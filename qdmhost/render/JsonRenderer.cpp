@@ -40,8 +40,12 @@ Json MessagesJson(const std::vector<OperatorMessage>& messages) {
 Json InventoryPortJson(const PortSurvey& port) {
     Json modules = Json::array();
     for (const ModuleReading& reading : port.modules) modules.push_back(ModuleJson(reading));
-    return {{"deviceId", port.port.deviceId}, {"vendorClass", port.port.vendorClass}, {"modelKey", port.modelKey},
-            {"wwpn", port.port.wwpn},         {"busDevFunc", port.port.busDevFunc},   {"modules", modules},
+    return {{"deviceId", port.port.deviceId},
+            {"vendorClass", port.port.vendorClass},
+            {"modelKey", port.modelKey},
+            {"wwpn", port.port.wwpn},
+            {"busDevFunc", port.port.busDevFunc},
+            {"modules", modules},
             {"bootBios", port.bootBios},
             {"bootBiosRepository", OrNull(port.bootBiosRepository, !port.bootBiosRepository.empty())},
             {"bootBiosStatus", port.bootBiosStatus}};
