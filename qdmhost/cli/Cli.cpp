@@ -70,20 +70,6 @@ bool WantsJson(int argc, char** argv) {
     return false;
 }
 
-// A whole number from LOW to HIGH; the message names the word and what was
-// expected. No description: the help shows the option's own words.
-CLI::Validator WholeNumber(const std::string& what, int low, int high) {
-    return CLI::Validator(
-        [=](std::string& value) -> std::string {
-            const bool digits =
-                !value.empty() && value.size() <= 9 &&
-                std::all_of(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c); });
-            if (digits && std::stol(value) >= low && std::stol(value) <= high) return "";
-            return "'" + value + "' is not " + what + " from " + std::to_string(low) + " to " + std::to_string(high);
-        },
-        "");
-}
-
 void AddCommonOptions(CLI::App& app, Options& options) {
     app.add_option(
            "--root", options.root,
@@ -254,6 +240,19 @@ std::string UsageMessage(const CLI::ParseError& error, CLI::App& app) {
 }
 
 }  // namespace
+
+// No description: the help shows the option's own words.
+CLI::Validator WholeNumber(const std::string& what, int low, int high) {
+    return CLI::Validator(
+        [=](std::string& value) -> std::string {
+            const bool digits =
+                !value.empty() && value.size() <= 9 &&
+                std::all_of(value.begin(), value.end(), [](unsigned char c) { return std::isdigit(c); });
+            if (digits && std::stol(value) >= low && std::stol(value) <= high) return "";
+            return "'" + value + "' is not " + what + " from " + std::to_string(low) + " to " + std::to_string(high);
+        },
+        "");
+}
 
 int RunCli(int argc, char** argv) {
     Options options;

@@ -10,6 +10,7 @@
 
 #include "adapters/InstallRoot.h"
 #include "adapters/PathReader.h"
+#include "cli/Cli.h"
 #include "cli/Command.h"
 #include "cli/Console.h"
 #include "commands/FirmwareGuard.h"
@@ -291,7 +292,7 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
                     "before the next adapter; else the run stops (exit 3, paths-not-restored)")
         ->type_name("SECONDS")
         ->default_val(300)
-        ->check(CLI::Range(0u, 86400u));
+        ->check(WholeNumber("a whole number of seconds", 0, 86400));
 }
 
 }  // namespace
