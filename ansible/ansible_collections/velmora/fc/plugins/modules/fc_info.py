@@ -13,8 +13,8 @@ module: fc_info
 short_description: Inventory and pre-flight check of a server's Fibre Channel adapters
 version_added: "1.0.0"
 description:
-  - Runs C(qdmhost --json check) once on the managed server: its document carries every port's
-    inventory too, returned as O(ports) and the check's findings as O(check).
+  - Runs C(qdmhost --json check) once on the managed server; its document carries every port's
+    inventory too, returned as C(ports), and the check's findings as C(check).
   - Every port with its device identifier, WWPN, model and, per module (firmware, driver, utility),
     the operating version, the repository version and a status.
   - The check result lists missing components (the adapter management utility) and, per port,
@@ -140,7 +140,7 @@ qdmhost_version:
   type: str
   sample: 1.0.0
 exit_code:
-  description: 0 when the adapters were read (the check's findings are in O(check_exit_code)), or null when qdmhost gave none (time-out).
+  description: 0 when the adapters were read (the check's findings are in C(check_exit_code)), or null when qdmhost gave none (time-out).
   returned: always
   type: int
   sample: 0

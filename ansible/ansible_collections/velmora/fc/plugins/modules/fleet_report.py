@@ -14,7 +14,7 @@ short_description: Write the fleet document and the fleet report page on the con
 version_added: "1.1.0"
 description:
   - Builds the fleet document from the C(fc_info) result that every host of the play registered
-    (and, given O(update), each host's rolling-update outcome) and writes C(fleet.json) and the self-contained report page C(fleet.html) into O(dest), each replaced
+    (and, given I(update), each host's rolling-update outcome) and writes C(fleet.json) and the self-contained report page C(fleet.html) into I(dest), each replaced
     atomically.
   - Runs on the controller only (an action plugin); use it with C(run_once).
 author:
