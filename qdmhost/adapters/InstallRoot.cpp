@@ -3,6 +3,8 @@
 #include "FileUtility.h"
 #include "TraceUtility.h"
 #include "model/HostError.h"
+#include "store/History.h"
+#include "store/UpdateLock.h"
 
 namespace qdmcli {
 
@@ -13,6 +15,7 @@ void UseInstallRoot(const Options& options) {
     if (options.traceLevel >= 0) CTraceUtility::SetLevelMask(static_cast<unsigned>(options.traceLevel));
     if (!CFileUtility::CreateFolder(options.root + "/tmp"))
         throw HostError(kExitInternal, "cannot create " + options.root + "/tmp");
+    UpdateLock::WhileNoUpdateRuns(options.root, [&] { RecoverInterruptedRuns(options.HostFolder()); });
 }
 
 }  // namespace qdmcli

@@ -71,7 +71,8 @@ void AddCommonOptions(CLI::App& app, Options& options) {
     app.add_option("--trace-level", options.traceLevel, "debug trace level mask (1 info, 2 error, 4 function, 16 clean-up)")
         ->check(CLI::Range(0, 255));
     app.add_flag("--json", options.json, "print only JSON on standard output (errors too)");
-    app.add_option("--wait", options.waitSeconds, "seconds to wait for another update's lock")
+    app.add_option("--wait", options.waitSeconds,
+                   "seconds to wait for a running update (and the tools it started) before answering lock-busy")
         ->check(CLI::Range(0, 86400));
     app.add_flag("--allow-unsigned", options.allowUnsigned,
                  "accept a repository without a valid signature (labs only; loudly warned, recorded)");

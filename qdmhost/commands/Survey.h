@@ -5,7 +5,8 @@
 
 namespace qdmcli {
 
-// Prepares the install root, loads the repository as a looking command does
+// Prepares the install root, waits for a running update (--wait, else
+// lock-busy), loads the repository as a looking command does
 // (a missing default repository is none; an untrusted one is loaded with a
 // warning and its versions unverified), discovers the ports and surveys them.
 // The survey's vendor and module pointers end with it. Throws HostError.

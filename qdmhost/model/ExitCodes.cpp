@@ -12,6 +12,8 @@ const std::vector<ExitCodeInfo>& ExitCodeTable() {
         {kExitMissingComponent, "missing-component", "a necessary component is not installed"},
         {kExitApplyCheck, "apply-check-mismatch", "an update ran but the new version is not reported"},
         {kExitUpdateFailed, "update-failed", "an update step failed"},
+        {kExitInterrupted, "interrupted",
+         "a signal (SIGINT, SIGTERM, SIGHUP) stopped the update after the step in progress; the rest was skipped"},
         {kExitNoDevice, "no-device", "no supported adapter found, or --port matched nothing"},
         {kExitRepository, "bad-repository", "repository missing, empty or broken"},
         {kExitUntrusted, "untrusted-repository",

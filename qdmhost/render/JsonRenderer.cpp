@@ -66,6 +66,8 @@ Json ModuleOutcomeJson(const ModuleOutcome& result) {
                  {"outcome", result.outcome},        {"from", reading.operating},
                  {"to", OrNull(reading.package.version, reading.hasPackage)}};
     if (result.messages) json["messages"] = MessagesJson(*result.messages);
+    if (result.outcome == "interrupted")
+        json["interruptedStep"] = OrNull(result.interruptedStep, !result.interruptedStep.empty());
     if (result.ran) {
         json["now"] = result.now;
         json["failedStep"] = OrNull(result.failedStep, !result.failedStep.empty());

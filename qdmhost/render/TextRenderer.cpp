@@ -46,6 +46,7 @@ std::string RepositoryVersion(const ModuleReading& reading) {
 std::string OutcomeCell(const ModuleOutcome& result) {
     std::string outcome = result.outcome;
     if (!result.failedStep.empty()) outcome += " (" + result.failedStep + ")";
+    if (!result.interruptedStep.empty()) outcome += " (after " + result.interruptedStep + ")";
     if (result.ran && result.outcome != "updated") outcome += ", reports " + Cell(result.now);
     return outcome;
 }
