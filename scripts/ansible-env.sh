@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by every test, demo and benchmark that runs Ansible. Only
 # ansible-core and the project's own collection are found: a collection
 # installed on the machine by hand can never make a run pass here that fails

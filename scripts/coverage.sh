@@ -11,7 +11,7 @@
 # unreachable are left out: they are not decisions of the code.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-build=build-coverage
+build="build-coverage"
 tests=()
 while [[ $# -gt 0 ]]; do
     case $1 in

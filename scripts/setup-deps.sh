@@ -13,6 +13,7 @@ packages=(
   prometheus prometheus-node-exporter curl
   openssh-server openssh-client ansible-core jq
   ansible-lint yamllint python3-apt
+  shellcheck clang-tidy clang-format
 )
 # openssh-server may start the system's sshd on port 22: harmless, the
 # simulated fleet runs its own sshd instances on free ports of 127.0.0.1.

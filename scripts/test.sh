@@ -10,7 +10,7 @@ scripts/setup-deps.sh
 build=build
 flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
 if [[ "${1:-}" == "--sanitize" ]]; then
-    build=build-asan
+    build="build-asan"
     flags=(-DCMAKE_BUILD_TYPE=Debug -DQDM_SANITIZE=ON -DQDM_BENCH=OFF)
     export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
     export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1

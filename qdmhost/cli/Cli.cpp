@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "cli/Command.h"
+#include "commands/CommandTable.h"
 #include "cli/Console.h"
 #include "model/ExitCodes.h"
 #include "util/UtcTime.h"

@@ -6,7 +6,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "cli/Options.h"
 #include "model/ExitCodes.h"
@@ -51,8 +50,5 @@ Command MakeCommand(const char* name, const char* help, std::function<void(CLI::
                 return CommandOutput{outcome.exitCode, json(outcome.result), text(outcome.result)};
             }};
 }
-
-// Every command, in the order of --help (commands/CommandTable.cpp).
-const std::vector<Command>& CommandTable();
 
 }  // namespace qdmcli

@@ -1,6 +1,6 @@
 // The command table: one line per command, in the order of --help. Each
 // entry is defined beside its command's code, in this folder.
-#include "cli/Command.h"
+#include "commands/CommandTable.h"
 
 namespace qdmcli {
 

@@ -9,22 +9,16 @@ from pathlib import Path
 
 import jsonschema
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / 'ansible'))
+# The rules the page paints, from the collection's filter (tested in collection_test.py).
+from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_port_status as port_status  # noqa: E402
+from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_server_group as action_group  # noqa: E402
+from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import STATUSES_WORST_FIRST as WORST_FIRST  # noqa: E402
+
 SCHEMA = Path(__file__).resolve().parents[2] / 'docs/schema/fleet.schema.json'
-WORST_FIRST = ['unreadable', 'older', 'newer', 'current']
 CHROMIUM = ['chromium', '--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
             '--disable-background-networking', '--disable-component-update', '--disable-sync', '--window-size=1400,2000']
 VOID_ELEMENTS = {'area', 'base', 'br', 'col', 'embed', 'hr', 'img', 'input', 'link', 'meta', 'source', 'track', 'wbr'}
-
-
-def port_status(port):
-    present = {module['status'] for module in port['modules']}
-    return next((status for status in WORST_FIRST if status in present), 'current')
-
-
-def action_group(server):
-    """0 failed or unreachable, 1 a port older or unreadable, 2 a port newer, 3 current."""
-    statuses = {port_status(port) for port in server['ports']}
-    return 0 if server['state'] != 'ok' else 1 if statuses & {'older', 'unreadable'} else 2 if 'newer' in statuses else 3
 
 
 def summary(fleet):

@@ -11,7 +11,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "ansible"))
 from ansible_collections.velmora.fc.plugins.module_utils import qdmhost  # noqa: E402
-from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_server  # noqa: E402
+from ansible_collections.velmora.fc.plugins.filter.fleet import fleet_port_status, fleet_server, fleet_server_group  # noqa: E402
 
 ENVELOPE = {"schemaVersion": 1, "qdmhost": "1.0.0", "host": "fc01", "command": "update"}
 
@@ -103,6 +103,24 @@ class FleetServer(unittest.TestCase):
                 entry = fleet_server("fc01", {"fc01": {"fc_inventory": result}})
                 self.assertEqual((entry["state"], entry["message"], entry["exitName"]), (state, message, name))
         self.assertEqual(fleet_server("fc01", {"fc01": {"fc_inventory": ok}})["ports"], ok["ports"])
+
+    def test_report_rules(self):
+        def port(*statuses):
+            return {"modules": [{"status": status} for status in statuses]}
+        rows = [
+            # (server state, its ports' module statuses, port statuses, group)
+            ("ok", [("current", "older", "newer")], ["older"], 1),  # the worst module counts
+            ("ok", [("newer", "unreadable")], ["unreadable"], 1),
+            ("ok", [("current",), ("newer", "no-package")], ["current", "newer"], 2),
+            ("ok", [("no-package", "not-installed")], ["current"], 3),  # nothing to update
+            ("ok", [], [], 3),
+            ("failed", [("older",)], ["older"], 0),  # a failed server comes first whatever its ports say
+        ]
+        for state, ports, port_statuses, group in rows:
+            with self.subTest(state=state, ports=ports):
+                server = {"state": state, "ports": [port(*statuses) for statuses in ports]}
+                self.assertEqual(([fleet_port_status(p) for p in server["ports"]], fleet_server_group(server)),
+                                 (port_statuses, group))
 
 
 if __name__ == "__main__":

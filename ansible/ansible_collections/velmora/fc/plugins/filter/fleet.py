@@ -1,7 +1,9 @@
 # -*- coding: utf-8 -*-
 # Copyright: Velmora
 # GNU General Public License v3.0+ (see https://www.gnu.org/licenses/gpl-3.0.txt)
-"""fleet_server: one server's entry of the fleet document, from its fc_info result.
+"""fleet_server: one server's entry of the fleet document, from its fc_info result;
+fleet_port_status and fleet_server_group: the fleet report's rules, which the
+report template only paints.
 
 In Python rather than in a playbook expression: the result's strings come
 from the servers and must reach the document as data, never as templates.
@@ -10,6 +12,11 @@ from the servers and must reach the document as data, never as templates.
 from __future__ import absolute_import, division, print_function
 
 __metaclass__ = type
+
+from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import STATUSES_WORST_FIRST
+
+# The report's groups, action first.
+GROUP_FAILED, GROUP_TO_UPDATE, GROUP_NEWER, GROUP_CURRENT = range(4)
 
 
 def _entry(name, state, message="", result=None):
@@ -40,6 +47,26 @@ def fleet_server(name, hostvars, result_name="fc_inventory"):
     return _entry(name, "ok", "", result)
 
 
+def fleet_port_status(port):
+    """The worst of the port's module statuses; current when only no-package or not-installed."""
+    present = {module.get("status") for module in port.get("modules") or []}
+    return next((status for status in STATUSES_WORST_FIRST if status in present), "current")
+
+
+def fleet_server_group(server):
+    """Failed or unreachable, then a port to update or unreadable, then a port newer, then current."""
+    statuses = {fleet_port_status(port) for port in server.get("ports") or []}
+    if server.get("state") != "ok":
+        return GROUP_FAILED
+    if statuses & {"older", "unreadable"}:
+        return GROUP_TO_UPDATE
+    return GROUP_NEWER if "newer" in statuses else GROUP_CURRENT
+
+
+FILTERS = {"fleet_server": fleet_server, "fleet_port_status": fleet_port_status,
+           "fleet_server_group": fleet_server_group}
+
+
 class FilterModule(object):
     def filters(self):
-        return {"fleet_server": fleet_server}
+        return FILTERS

@@ -17,6 +17,17 @@ import signal
 import subprocess
 from collections import namedtuple
 
+# The words of qdmhost's documents, defined once for the collection (qdmhost
+# defines them in its model/Vocabulary.h; exit names come in every document).
+MODULE_KINDS = ("firm", "driver", "util")
+# A port's status is the worst of its modules' in this order; no-package and
+# not-installed say that there is nothing to update and do not count.
+STATUSES_WORST_FIRST = ("unreadable", "older", "newer", "current")
+# Statuses that an update changes (qdmhost updates a newer adapter back too).
+PENDING_STATUSES = ("older", "newer", "unreadable")
+# Exit codes of a check that are findings rather than failures: ok, refused, missing-component.
+CHECK_FINDINGS = (0, 5, 10)
+
 # Failures of the run itself, where qdmhost gave no exit code of its own.
 TIMEOUT = "timeout"
 # qdmhost's exit code after a signal stopped an update between steps.

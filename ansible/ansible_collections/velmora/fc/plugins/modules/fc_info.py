@@ -142,12 +142,8 @@ reason:
 """
 
 from ansible.module_utils.basic import AnsibleModule
-from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import common_argument_spec, run_for_module
-
-# Exit codes of a check that are findings rather than failures.
-CHECK_FINDINGS = (0, 5, 10)
-# Statuses that an update changes (qdmhost updates a newer adapter back too).
-PENDING_STATUSES = ("older", "newer", "unreadable")
+from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import (
+    CHECK_FINDINGS, PENDING_STATUSES, common_argument_spec, run_for_module)
 
 
 def pending(ports):
