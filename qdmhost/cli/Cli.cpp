@@ -10,13 +10,13 @@
 #include <utility>
 #include <vector>
 
-#include "cli/Command.h"
-#include "commands/CommandTable.h"
-#include "cli/Console.h"
-#include "model/ExitCodes.h"
-#include "util/UtcTime.h"
-#include "model/HostError.h"
 #include "Version.h"
+#include "cli/Command.h"
+#include "cli/Console.h"
+#include "commands/CommandTable.h"
+#include "model/ExitCodes.h"
+#include "model/HostError.h"
+#include "util/UtcTime.h"
 
 namespace qdmcli {
 
@@ -28,8 +28,8 @@ const int kSchemaVersion = 1;
 // What every document of one invocation carries besides the command's own fields.
 struct Invocation {
     bool json = false;
-    std::string started;                      // UTC, when qdmhost started
-    nlohmann::json command = nullptr;         // null until the command line names one
+    std::string started;               // UTC, when qdmhost started
+    nlohmann::json command = nullptr;  // null until the command line names one
 };
 
 std::string HostName() {
@@ -39,8 +39,13 @@ std::string HostName() {
 
 // The command's fields in the envelope that every document carries.
 void PrintDocument(const Invocation& run, nlohmann::json document, int exitCode) {
-    document.update({{"schemaVersion", kSchemaVersion}, {"qdmhost", kVersion}, {"revision", kRevision},
-                     {"host", HostName()}, {"time", run.started}, {"command", run.command}, {"exitCode", exitCode},
+    document.update({{"schemaVersion", kSchemaVersion},
+                     {"qdmhost", kVersion},
+                     {"revision", kRevision},
+                     {"host", HostName()},
+                     {"time", run.started},
+                     {"command", run.command},
+                     {"exitCode", exitCode},
                      {"exitName", DescribeExitCode(exitCode).name}});
     // Texts from adapters may hold bytes that are not UTF-8: replaced, not fatal.
     std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n" << std::flush;
@@ -69,7 +74,8 @@ void AddCommonOptions(CLI::App& app, Options& options) {
     app.add_option("--provider", options.provider, "provider library (default: next to this build, else <root>/lib)");
     app.add_option("--port", options.ports, "only this port: device id, PCI address, WWPN or bus/dev/func (repeatable)")
         ->allow_extra_args(false);
-    app.add_option("--trace-level", options.traceLevel, "debug trace level mask (1 info, 2 error, 4 function, 16 clean-up)")
+    app.add_option("--trace-level", options.traceLevel,
+                   "debug trace level mask (1 info, 2 error, 4 function, 16 clean-up)")
         ->check(CLI::Range(0, 255));
     app.add_flag("--json", options.json, "print only JSON on standard output (errors too)");
     app.add_option("--wait", options.waitSeconds,

@@ -35,8 +35,7 @@ void AnnouncePause(unsigned long milliseconds, bool virtualTime) {
     if (milliseconds < kAnnouncedPauseMs) return;
     const std::string activity = CurrentActivity();
     Progress("waiting " + std::to_string(milliseconds / 1000) + "s for " +
-             (activity.empty() ? std::string("the provider") : activity) +
-             (virtualTime ? " (virtual time)" : ""));
+             (activity.empty() ? std::string("the provider") : activity) + (virtualTime ? " (virtual time)" : ""));
 }
 
 void ReceiveOperatorMessage(const std::string& id, const std::string& text) {

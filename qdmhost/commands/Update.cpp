@@ -63,8 +63,8 @@ public:
 
     void Start(const ModuleOutcome& module) const {
         nlohmann::json record = Identity(module, kEventStart);
-        record.update({{"time", UtcTimestamp()}, {"from", module.reading.operating},
-                       {"to", module.reading.package.version}});
+        record.update(
+            {{"time", UtcTimestamp()}, {"from", module.reading.operating}, {"to", module.reading.package.version}});
         record.update(provenance_);
         AppendHistory(hostFolder_, record);
     }
@@ -86,8 +86,12 @@ public:
 
 private:
     nlohmann::json Identity(const ModuleOutcome& module, const char* event) const {
-        return {{"event", event}, {"run", run_}, {"deviceId", module.port.deviceId}, {"wwpn", module.port.wwpn},
-                {"busDevFunc", module.port.busDevFunc}, {"kind", module.reading.kind}};
+        return {{"event", event},
+                {"run", run_},
+                {"deviceId", module.port.deviceId},
+                {"wwpn", module.port.wwpn},
+                {"busDevFunc", module.port.busDevFunc},
+                {"kind", module.reading.kind}};
     }
 
     std::string hostFolder_;
@@ -379,8 +383,8 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command UpdateCommand() {
-    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions,
-                                  RunUpdate, UpdateJson, UpdateText);
+    return MakeCommand<UpdateRun>("update", "bring every module to the repository version", AddUpdateOptions, RunUpdate,
+                                  UpdateJson, UpdateText);
 }
 
 }  // namespace qdmcli

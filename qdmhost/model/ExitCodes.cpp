@@ -30,8 +30,8 @@ namespace {
 
 std::size_t Rank(int code) {
     const auto& table = ExitCodeTable();
-    auto found = std::find_if(table.begin(), table.end(),
-                              [code](const ExitCodeInfo& info) { return info.code == code; });
+    auto found =
+        std::find_if(table.begin(), table.end(), [code](const ExitCodeInfo& info) { return info.code == code; });
     return found == table.end() ? table.size() : static_cast<std::size_t>(found - table.begin());
 }
 
@@ -52,8 +52,7 @@ std::string ExitCodeHelp() {
     std::string text = "Exit codes:\n";
     for (const ExitCodeInfo& info : byCode) {
         std::string code = std::to_string(info.code);
-        text += "  " + std::string(3 - std::min<std::size_t>(code.size(), 2), ' ') + code + "  " +
-                info.meaning + "\n";
+        text += "  " + std::string(3 - std::min<std::size_t>(code.size(), 2), ' ') + code + "  " + info.meaning + "\n";
     }
     return text;
 }

@@ -6,16 +6,16 @@
 namespace qdmcli {
 
 enum ExitCode {
-    kExitOk = 0,                // everything current or updated, nothing to do included
-    kExitInternal = 1,          // an unexpected failure inside qdmhost
-    kExitUsage = 2,             // bad command line
-    kExitUpdateFailed = 3,      // an update step failed
-    kExitApplyCheck = 4,        // an update ran but the adapter does not report the new version
-    kExitRefused = 5,           // a condition check refused an update
-    kExitLockBusy = 6,          // another update holds the install root
-    kExitProvider = 7,          // the provider library is missing or unusable
-    kExitRepository = 8,        // the repository is missing, empty or broken
-    kExitNoDevice = 9,          // no supported adapter, or --port matched nothing
+    kExitOk = 0,                 // everything current or updated, nothing to do included
+    kExitInternal = 1,           // an unexpected failure inside qdmhost
+    kExitUsage = 2,              // bad command line
+    kExitUpdateFailed = 3,       // an update step failed
+    kExitApplyCheck = 4,         // an update ran but the adapter does not report the new version
+    kExitRefused = 5,            // a condition check refused an update
+    kExitLockBusy = 6,           // another update holds the install root
+    kExitProvider = 7,           // the provider library is missing or unusable
+    kExitRepository = 8,         // the repository is missing, empty or broken
+    kExitNoDevice = 9,           // no supported adapter, or --port matched nothing
     kExitMissingComponent = 10,  // a component the update needs is not installed
     kExitUntrusted = 11,         // the repository is not trusted: signature, key, checksum, rollback or expiry
     kExitInterrupted = 12        // a signal stopped the update after the step in progress

@@ -26,10 +26,10 @@ struct ModuleOutcome {
     ModuleReading reading;
     std::string outcome;  // a status when nothing was to do, else planned, refused, updated, failed...
     std::optional<std::vector<OperatorMessage>> messages;  // refused or run: what the provider said
-    bool ran = false;                                     // the steps ran: the fields below are set
-    std::string now;                                      // the version read after the steps
-    std::string failedStep;                               // empty when none failed
-    std::string interruptedStep;                          // interrupted: the last step begun, empty when none
+    bool ran = false;                                      // the steps ran: the fields below are set
+    std::string now;                                       // the version read after the steps
+    std::string failedStep;                                // empty when none failed
+    std::string interruptedStep;                           // interrupted: the last step begun, empty when none
     double seconds = 0;
 };
 
@@ -62,9 +62,9 @@ struct TrustedKeyRow {
 };
 
 struct TrustChange {
-    std::string action;  // add, list or remove
-    std::string keyId;   // add, remove
-    std::string file;    // add
+    std::string action;               // add, list or remove
+    std::string keyId;                // add, remove
+    std::string file;                 // add
     std::vector<TrustedKeyRow> keys;  // list
 };
 

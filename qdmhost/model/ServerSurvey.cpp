@@ -3,6 +3,7 @@
 #include <list>
 
 #include "adapters/ConfigReport.h"
+#include "adapters/UtilityInstall.h"
 #include "model/Vocabulary.h"
 
 namespace qdmcli {
@@ -66,8 +67,7 @@ std::string UtilityCheck(const Port& port, const Repository& repository) {
     if (!port.vendor->FindModule(kUtility)) return kNoUtility;
     CManageRepositoryInfo package;
     repository.Find(port.vendor->GetModelKey(), kUtility, &package);
-    return port.vendor->CheckUpdateConditionByDevicevendor(kUtility, &package) == 0 ? kUtilityPassed
-                                                                                     : kUtilityRefused;
+    return port.vendor->CheckUpdateConditionByDevicevendor(kUtility, &package) == 0 ? kUtilityPassed : kUtilityRefused;
 }
 
 ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository, const SurveyScope& scope,
@@ -75,8 +75,12 @@ ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository
     ServerSurvey survey;
     survey.repository = {!repository.empty(), repository.folder(), repository.trust().verified};
     if (scope.missingComponents && !ports.empty()) survey.missingComponents = MissingComponents(ports.front());
+    if (scope.missingComponents && !UtilityInstalled())
+        for (const Port& port : ports)
+            if (repository.Find(port.vendor->GetModelKey(), kUtility, &survey.utilityInstall)) break;
     for (const Port& port : ports)
-        survey.ports.push_back({port, port.vendor->GetModelKey(), ReadModules(port, repository, scope.modules), "", ""});
+        survey.ports.push_back(
+            {port, port.vendor->GetModelKey(), ReadModules(port, repository, scope.modules), "", ""});
     if (scope.bootBios) {
         std::vector<std::string> bootBios = BootBiosVersions(ports, root);
         for (std::size_t i = 0; i < ports.size(); ++i) survey.ports[i].bootBios = bootBios[i];

@@ -40,6 +40,9 @@ struct ServerSurvey {
     RepositoryState repository;
     std::vector<PortSurvey> ports;
     std::vector<std::string> missingComponents;  // host-wide; asked of the first port
+    // The repository's utility package that update installs first when the
+    // utility is missing; no archive path when none serves these ports.
+    CManageRepositoryInfo utilityInstall;
 };
 
 // What a command needs to know; each part costs tool runs.

@@ -54,16 +54,23 @@ Json CheckJson(const ServerSurvey& survey) {
     for (const PortSurvey& port : survey.ports)
         ports.push_back(
             {{"deviceId", port.port.deviceId}, {"wwpn", port.port.wwpn}, {"utilityCheck", port.utilityCheck}});
+    const CManageRepositoryInfo& install = survey.utilityInstall;
     return {{"missingComponents", survey.missingComponents},
+            {"utilityInstall", install.archivePath.empty()
+                                   ? Json(nullptr)
+                                   : Json({{"archive", install.archivePath}, {"version", install.version}})},
             {"repositoryVerified", VerifiedJson(survey.repository)},
             {"ports", ports}};
 }
 
 Json ModuleOutcomeJson(const ModuleOutcome& result) {
     const ModuleReading& reading = result.reading;
-    Json json = {{"deviceId", result.port.deviceId}, {"wwpn", result.port.wwpn},
-                 {"busDevFunc", result.port.busDevFunc}, {"kind", reading.kind},
-                 {"outcome", result.outcome},        {"from", reading.operating},
+    Json json = {{"deviceId", result.port.deviceId},
+                 {"wwpn", result.port.wwpn},
+                 {"busDevFunc", result.port.busDevFunc},
+                 {"kind", reading.kind},
+                 {"outcome", result.outcome},
+                 {"from", reading.operating},
                  {"to", OrNull(reading.package.version, reading.hasPackage)}};
     if (result.messages) json["messages"] = MessagesJson(*result.messages);
     if (result.outcome == "interrupted")

@@ -38,11 +38,12 @@ void PortFamilies(Exposition& out, const std::vector<PortSurvey>& ports) {
     out.Family("qdmhost_module_info", "Operating and repository version of a module (always 1).");
     for (const PortSurvey& port : ports)
         for (const ModuleReading& module : port.modules)
-            out.Sample("qdmhost_module_info",
-                       With(PortLabels(port), {{"kind", module.kind},
-                                               {"operating_version", module.operating},
-                                               {"repository_version", module.hasPackage ? module.package.version : ""}}),
-                       1);
+            out.Sample(
+                "qdmhost_module_info",
+                With(PortLabels(port), {{"kind", module.kind},
+                                        {"operating_version", module.operating},
+                                        {"repository_version", module.hasPackage ? module.package.version : ""}}),
+                1);
     out.Family("qdmhost_module_status",
                "1 for the module's status against the repository (current, older: the repository is newer, newer, "
                "unreadable, no-package, not-installed), 0 for the others.");
@@ -81,9 +82,11 @@ void HistoryFamilies(Exposition& out, const std::vector<Json>& history) {
 
 void RunFamilies(Exposition& out, const std::optional<HostError>& failure, double seconds) {
     if (failure) {
-        out.Family("qdmhost_metrics_error_info", "Why the last metrics run failed: qdmhost's exit code name (always 1).");
+        out.Family("qdmhost_metrics_error_info",
+                   "Why the last metrics run failed: qdmhost's exit code name (always 1).");
         out.Sample("qdmhost_metrics_error_info",
-                   {{"exit_code", std::to_string(failure->code())}, {"name", DescribeExitCode(failure->code()).name}}, 1);
+                   {{"exit_code", std::to_string(failure->code())}, {"name", DescribeExitCode(failure->code()).name}},
+                   1);
     }
     out.Family("qdmhost_metrics_duration_seconds", "How long the metrics run took.");
     out.Sample("qdmhost_metrics_duration_seconds", {}, seconds);

@@ -17,7 +17,9 @@ using Row = std::vector<std::string>;
 std::string Cell(const std::string& text) { return text.empty() ? "-" : text; }
 
 // A field of a stored record: its text, a number as written, "-" when missing.
-std::string Cell(const Json& value) { return value.is_string() || value.is_null() ? Cell(StringOr(value, "")) : value.dump(); }
+std::string Cell(const Json& value) {
+    return value.is_string() || value.is_null() ? Cell(StringOr(value, "")) : value.dump();
+}
 
 // Columns padded to their widest cell, two blanks apart.
 std::string Table(const std::vector<Row>& rows) {
@@ -90,8 +92,13 @@ std::string InventoryText(const ServerSurvey& survey) {
 std::string CheckText(const ServerSurvey& survey) {
     std::string missing = survey.missingComponents.empty() ? "none" : Json(survey.missingComponents).dump();
     std::vector<Row> rows = {{"PORT", "WWPN", "UTILITY CONFIGURATION"}};
-    for (const PortSurvey& port : survey.ports) rows.push_back({port.port.deviceId, Cell(port.port.wwpn), port.utilityCheck});
-    return "Missing components: " + missing + "\n" + Table(rows);
+    for (const PortSurvey& port : survey.ports)
+        rows.push_back({port.port.deviceId, Cell(port.port.wwpn), port.utilityCheck});
+    const CManageRepositoryInfo& install = survey.utilityInstall;
+    std::string plan = install.archivePath.empty() ? ""
+                                                   : "update installs the utility first from " + install.archivePath +
+                                                         " (" + install.version + ")\n";
+    return "Missing components: " + missing + "\n" + plan + Table(rows);
 }
 
 std::string UpdateText(const UpdateRun& run) {
