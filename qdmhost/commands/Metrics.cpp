@@ -2,7 +2,9 @@
 // check, the last update of each module and the run's own outcome as gauges
 // in DIR/qdmhost.prom, replaced atomically so node_exporter never reads half
 // a file. A failed survey still writes the file (success 0, the error's
-// name) so that an alert fires, then exits with the error's code.
+// name) so that an alert fires, then exits with the error's code; while an
+// update runs (lock-busy) it holds qdmhost_update_in_progress 1 and no
+// module series, so that no alert fires on readings taken mid-update.
 #include <CLI/CLI.hpp>
 
 #include <chrono>

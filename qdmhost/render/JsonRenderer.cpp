@@ -129,6 +129,8 @@ Json ModuleOutcomeJson(const ModuleOutcome& result) {
     if (result.downgrade) json["downgrade"] = true;
     if (result.messages) json["messages"] = MessagesJson(*result.messages);
     if (!result.sharedBy.empty()) json["ports"] = result.sharedBy;
+    if (result.outcome == "interrupted")
+        json["interruptedStep"] = OrNull(result.interruptedStep, !result.interruptedStep.empty());
     if (result.ran) {
         json["now"] = result.now;
         json["failedStep"] = OrNull(result.failedStep, !result.failedStep.empty());

@@ -56,6 +56,7 @@ std::string OutcomeCell(const ModuleOutcome& result) {
     if (!result.reason.empty()) outcome += " (" + result.reason + ": " + Joined(result.maps) + ")";
     if (result.pathLossAllowed) outcome += " (path loss allowed: " + Joined(result.maps) + ")";
     if (!result.failedStep.empty()) outcome += " (" + result.failedStep + ")";
+    if (!result.interruptedStep.empty()) outcome += " (after " + result.interruptedStep + ")";
     if (result.ran && result.outcome != "updated") outcome += ", reports " + Cell(result.now);
     return outcome;
 }

@@ -1,0 +1,33 @@
+#pragma once
+// SIGINT, SIGTERM and SIGHUP during an update: noted, announced, never
+// allowed to cut a step short. The signals are blocked in the process, so
+// the tools it starts through system() inherit them blocked too (Ctrl-C
+// reaches the whole foreground group); one thread takes them with sigwait.
+#include <atomic>
+#include <string>
+#include <thread>
+
+namespace qdmcli {
+
+class InterruptWatch {
+public:
+    // Call before any other thread exists: threads inherit the mask.
+    InterruptWatch();
+    // Stops the watcher. The signals stay blocked: one that comes late
+    // must not kill a run that is writing its record.
+    ~InterruptWatch();
+    InterruptWatch(const InterruptWatch&) = delete;
+    InterruptWatch& operator=(const InterruptWatch&) = delete;
+
+    // Whether a signal asked the run to stop; its name ("SIGINT").
+    static bool Requested();
+    static std::string SignalName();
+
+private:
+    void Watch();
+
+    std::atomic<bool> stop_{false};
+    std::thread watcher_;
+};
+
+}  // namespace qdmcli
