@@ -9,8 +9,8 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
-#include "HostSys.h"
 #include "cli/Console.h"
 #include "model/HostError.h"
 
@@ -73,7 +73,8 @@ UpdateLock::UpdateLock(const std::string& root, int waitSeconds, Mode mode) : fd
     if (waitSeconds > 0)
         Progress("an update of " + root + " is running; waiting up to " + std::to_string(waitSeconds) + "s");
     for (long polls = static_cast<long>(waitSeconds) * 1000 / static_cast<long>(kPollMs); polls > 0; --polls) {
-        Sleep(kPollMs);
+        // Real time even under virtual time: the holder is another process.
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
         if (TryLock(fd_, operation)) return;
     }
     ::close(fd_);

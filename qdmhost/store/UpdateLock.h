@@ -12,7 +12,7 @@ namespace qdmcli {
 class UpdateLock {
 public:
     enum class Mode { kUpdate, kRead };
-    // Waits up to waitSeconds (polling through the host's pause), then
+    // Waits up to waitSeconds (polling in real time), then
     // throws HostError (lock-busy) naming the processes that hold it.
     UpdateLock(const std::string& root, int waitSeconds, Mode mode);
     ~UpdateLock();

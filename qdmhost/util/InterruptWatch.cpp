@@ -33,6 +33,9 @@ void Announce(int signal) {
 InterruptWatch::InterruptWatch() {
     const sigset_t set = StopSignals();
     pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &ignore, nullptr);
     watcher_ = std::thread([this] { Watch(); });
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 // SIGINT, SIGTERM and SIGHUP during an update: noted, announced, never
-// allowed to cut a step short. The signals are blocked in the process, so
-// the tools it starts through system() inherit them blocked too (Ctrl-C
-// reaches the whole foreground group); one thread takes them with sigwait.
+// allowed to cut a step short. They are blocked and ignored in the process,
+// so the tools the provider starts through system() (rpm, depmod, the
+// utility's scripts) inherit them ignored: Ctrl-C and a hang-up reach the
+// whole foreground group, and a shell would unblock a blocked one. Blocked
+// signals are queued even when ignored; one thread takes them with sigwait.
 #include <atomic>
 #include <string>
 #include <thread>
@@ -13,8 +15,8 @@ class InterruptWatch {
 public:
     // Call before any other thread exists: threads inherit the mask.
     InterruptWatch();
-    // Stops the watcher. The signals stay blocked: one that comes late
-    // must not kill a run that is writing its record.
+    // Stops the watcher. The signals stay blocked and ignored: one that
+    // comes late must not kill a run that is writing its record.
     ~InterruptWatch();
     InterruptWatch(const InterruptWatch&) = delete;
     InterruptWatch& operator=(const InterruptWatch&) = delete;

@@ -126,9 +126,9 @@ TEST_F(E2eTest, LockThenFullUpdateCycleEndsCurrent) {
     qdmtest::WriteFile(e2e::kRoot + "/tmp/qdmhost.lock", "");
     int holder = ::open((e2e::kRoot + "/tmp/qdmhost.lock").c_str(), O_RDWR | O_CLOEXEC);
     ASSERT_EQ(::flock(holder, LOCK_EX | LOCK_NB), 0);
-    e2e::HostRun busy = Host({"--json", "--wait", "30", "update"});
+    e2e::HostRun busy = Host({"--json", "--wait", "1", "update"});
     EXPECT_EQ(std::to_string(busy.exitCode) + " " + busy.Json()["error"]["name"].get<std::string>(), "6 lock-busy") << busy.err;
-    EXPECT_NE(busy.err.find("waiting up to 30s"), std::string::npos) << busy.err;
+    EXPECT_NE(busy.err.find("waiting up to 1s"), std::string::npos) << busy.err;
     Document(Host({"--json", "inventory"}), "inventory", 0);
     ::close(holder);
 
