@@ -51,9 +51,9 @@ void ShutdownInhibitor::Hold() {
     asked_ = true;
     std::string why;
     fd_ = TakeInhibitor(&why);
-    Progress(fd_ >= 0 ? std::string("shutdown and sleep are blocked while adapters are written (logind: \"") + kWhy +
-                            "\")"
-                      : "no shutdown inhibitor (logind: " + why + "); going on without one");
+    Progress(fd_ >= 0
+                 ? std::string("shutdown and sleep are blocked while adapters are written (logind: \"") + kWhy + "\")"
+                 : "no shutdown inhibitor (logind: " + why + "); going on without one");
 }
 
 }  // namespace qdmcli

@@ -39,9 +39,9 @@ bool InstallUtility(const std::string& root, const std::string& archive, std::st
     }
     // The unpack folder lies below the validated root: a plain path, no quoting needed.
     unsigned long status = 1;
-    int started = CCommon_Information::ExecForeignModule("/bin/sh " + script + " -q", unpack + "/install-output.txt",
-                                                         unpack + "/" + folder, &status,
-                                                         CCommon_Information::NO_TIMEOUT);
+    int started =
+        CCommon_Information::ExecForeignModule("/bin/sh " + script + " -q", unpack + "/install-output.txt",
+                                               unpack + "/" + folder, &status, CCommon_Information::NO_TIMEOUT);
     if (started != CCommon_Information::EXEC_OK || status != 0) {
         *why = "the utility's install script failed (exit status " + std::to_string(status) + ")";
         return false;

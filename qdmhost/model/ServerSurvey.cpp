@@ -4,6 +4,7 @@
 
 #include "adapters/ConfigReport.h"
 #include "adapters/PathReader.h"
+#include "adapters/UtilityInstall.h"
 #include "model/Vocabulary.h"
 
 namespace qdmcli {
@@ -103,6 +104,9 @@ ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository
     ServerSurvey survey;
     survey.repository = StateOf(repository);
     if (scope.missingComponents && !ports.empty()) survey.missingComponents = MissingComponents(ports.front());
+    if (scope.missingComponents && !UtilityInstalled())
+        for (const Port& port : ports)
+            if (repository.Find(port.vendor->GetModelKey(), kUtility, &survey.utilityInstall)) break;
     for (const Port& port : ports)
         survey.ports.push_back(
             {port, port.vendor->GetModelKey(), ReadModules(port, repository, scope), "", "", "", ""});

@@ -72,7 +72,11 @@ Json CheckJson(const ServerSurvey& survey) {
         json["utilityCheck"] = port.utilityCheck;
         ports.push_back(json);
     }
+    const CManageRepositoryInfo& install = survey.utilityInstall;
     return {{"missingComponents", survey.missingComponents},
+            {"utilityInstall", install.archivePath.empty()
+                                   ? Json(nullptr)
+                                   : Json({{"archive", install.archivePath}, {"version", install.version}})},
             {"repositoryVerified", VerifiedJson(survey.repository)},
             {"repositoryProblem", ProblemJson(survey.repository)},
             {"ports", ports},

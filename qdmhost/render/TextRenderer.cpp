@@ -127,7 +127,11 @@ std::string CheckText(const ServerSurvey& survey) {
     std::vector<Row> rows = {{"PORT", "WWPN", "UTILITY CONFIGURATION"}};
     for (const PortSurvey& port : survey.ports)
         rows.push_back({port.port.deviceId, Cell(port.port.wwpn), port.utilityCheck});
-    return "Missing components: " + missing + "\n" + Table(rows) + PathsText(survey.paths);
+    const CManageRepositoryInfo& install = survey.utilityInstall;
+    std::string plan = install.archivePath.empty() ? ""
+                                                   : "update installs the utility first from " + install.archivePath +
+                                                         " (" + install.version + ")\n";
+    return "Missing components: " + missing + "\n" + plan + Table(rows) + PathsText(survey.paths);
 }
 
 std::string UpdateText(const UpdateRun& run) {

@@ -60,9 +60,7 @@ bool IsEnd(const nlohmann::json& record) { return record.value("event", kEventEn
 
 using ModuleKey = std::tuple<std::string, std::string, std::string>;  // run, device id, kind
 
-ModuleKey KeyOf(const nlohmann::json& record) {
-    return {record.value("run", ""), record["deviceId"], record["kind"]};
-}
+ModuleKey KeyOf(const nlohmann::json& record) { return {record.value("run", ""), record["deviceId"], record["kind"]}; }
 
 // The start records without an end, each with the last step it reached.
 std::vector<nlohmann::json> OpenStarts(const std::vector<nlohmann::json>& records) {
@@ -157,8 +155,8 @@ void RecoverInterruptedRuns(const std::string& hostFolder) {
     int skipped = 0;
     for (const nlohmann::json& start : OpenStarts(ParseHistory(ReadAll(fd), &skipped))) {
         const nlohmann::json end = InterruptedEnd(start);
-        Warn("an update started " + start["time"].get<std::string>() + " was interrupted: " +
-             start["deviceId"].get<std::string>() + " " + start["kind"].get<std::string>() +
+        Warn("an update started " + start["time"].get<std::string>() +
+             " was interrupted: " + start["deviceId"].get<std::string>() + " " + start["kind"].get<std::string>() +
              (end["interruptedStep"].is_string() ? " in its " + end["interruptedStep"].get<std::string>() + " step"
                                                  : " before its first step") +
              "; recorded in the history as interrupted");

@@ -23,8 +23,7 @@ sigset_t StopSignals() {
 void Announce(int signal) {
     const std::string activity = CurrentActivity();
     Progress(std::string("SIG") + sigabbrev_np(signal) + " received: " +
-             (activity.empty() ? "stopping before the next step"
-                               : "finishing " + activity + ", then stopping") +
+             (activity.empty() ? "stopping before the next step" : "finishing " + activity + ", then stopping") +
              "; the remaining modules are skipped (exit 12)");
 }
 

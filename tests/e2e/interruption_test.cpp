@@ -252,3 +252,34 @@ TEST_F(E2eTest, ReadersWaitForAnUpdate) {
 }
 
 }  // namespace
+
+namespace {
+
+// Without the management utility the provider links no utility module and
+// no firmware step can run: check and the plan name the install from the
+// repository's package, update does it first and goes on; without a
+// package the firmware steps are blocked, never tried.
+TEST_F(E2eTest, MissingUtilityIsInstalledFirst) {
+    BuildDemoRepository();
+    ASSERT_EQ(qdmtest::RunSim({"utility", "uninstall"}), 0);
+    EXPECT_EQ(Host({"--json", "check"}).Json()["utilityInstall"]["version"], "11.4.204.8");
+    const json planned = Host({"--json", "update", "--dry-run"}).Json()["results"][0];
+    EXPECT_EQ(planned["kind"].get<std::string>() + " " + planned["outcome"].get<std::string>(), "util planned");
+    e2e::HostRun update = Host({"--json", "update"});
+    EXPECT_EQ(update.exitCode, 0) << update.err;
+    const json installed = update.Json()["results"][0];
+    EXPECT_EQ(installed["kind"].get<std::string>() + " " + installed["outcome"].get<std::string>(), "util installed");
+    for (const json& port : Host({"--json", "inventory"}).Json()["ports"])
+        EXPECT_EQ(e2e::PortStatuses(port), port["wwpn"].get<std::string>() + " current current current");
+
+    ASSERT_EQ(qdmtest::RunSim({"utility", "uninstall"}), 0);
+    json catalogue = json::parse(qdmtest::ReadFile(repo_ + "/catalogue.json"));
+    catalogue["packages"].erase(3);  // the utility's
+    qdmtest::WriteFile(repo_ + "/catalogue.json", catalogue.dump());
+    PublishCatalogue({"--serial", "2"});
+    e2e::HostRun blocked = Host({"--json", "update", "--dry-run"});
+    EXPECT_EQ(blocked.exitCode, 10) << blocked.err;
+    EXPECT_EQ(e2e::Outcomes(blocked.Json(), "firm")["0000:03:00.0"], "blocked");
+}
+
+}  // namespace
