@@ -40,8 +40,8 @@ ENVELOPE_FIELDS = ("schemaVersion", "qdmhost", "revision", "host", "time", "comm
 # Time a timed-out qdmhost gets to remove its staging folder before it is killed.
 TERM_GRACE_SECONDS = 5
 # On a time-out an update finishes the step in progress (a firmware download
-# with its polls takes minutes) and stops; only one still running after this
-# is killed, with the tools it started.
+# with its polls takes minutes) and stops; it gets as long again as the
+# time-out, at most this; one still running then is killed, with its tools.
 STEP_FINISH_SECONDS = 1800
 STDERR_EXCERPT = 400
 
@@ -160,13 +160,14 @@ def _interrupt(process, argv, timeout):
     not stop so. The QdmhostError that reports the time-out."""
     os.kill(process.pid, signal.SIGTERM)
     try:
-        process.wait(timeout=STEP_FINISH_SECONDS)
+        process.wait(timeout=min(timeout, STEP_FINISH_SECONDS))
     except subprocess.TimeoutExpired:
         pass
     if process.returncode != EXIT_INTERRUPTED:
         stderr = _stop(process)
-        return QdmhostError(TIMEOUT, "%s did not finish within %s seconds and was stopped with the tools it ran; "
-                            "standard error: %s" % (" ".join(argv[2:]), timeout, _excerpt(stderr)))
+        return QdmhostError(TIMEOUT, "%s did not finish within %s seconds, nor stop after its step in progress, and "
+                            "was killed with the tools it ran; standard error: %s"
+                            % (" ".join(argv[2:]), timeout, _excerpt(stderr)))
     try:
         stdout, stderr = process.communicate(timeout=TERM_GRACE_SECONDS)
     except subprocess.TimeoutExpired:

@@ -65,8 +65,8 @@ options:
         finishes the step in progress (a firmware download, the driver package, the utility's
         scripts, each with its checks), records it, skips the rest and stops, and the module fails
         with I(exit_name=interrupted), naming the step. Nothing is left half done; the next run
-        updates what was skipped. Only a run that does not stop within 30 more minutes is killed,
-        with the tools it started (I(exit_name=timeout)).
+        updates what was skipped. Only a run that does not stop within as long again (at most 30
+        minutes more) is killed, with the tools it started (I(exit_name=timeout)).
     type: int
     default: 3600
 attributes:
