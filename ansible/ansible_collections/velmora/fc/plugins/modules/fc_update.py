@@ -105,8 +105,9 @@ RETURN = r"""
 results:
   description:
     - One element per port and module, exactly as qdmhost's C(update --json) gives them, in update order.
-    - I(outcome) is C(updated), C(planned) (check mode), C(refused), C(failed), C(apply-check-mismatch)
-      or the module's status when there was nothing to do (C(current), C(no-package), C(not-installed)).
+    - I(outcome) is C(updated), C(planned) (check mode), C(refused), C(failed), C(apply-check-mismatch),
+      C(interrupted) (skipped after a time-out or signal), C(installed) (the missing utility, from the
+      repository), C(blocked) (needs the missing utility) or the module's status when there was nothing to do (C(current), C(no-package), C(not-installed)).
     - An update run adds I(now) (version read afterwards), I(failedStep), I(seconds) and the operator
       I(messages); a refusal adds I(messages).
   returned: when qdmhost ran the update
@@ -184,7 +185,7 @@ FAILED_OUTCOMES = ("refused", "failed", "apply-check-mismatch", "blocked")
 
 
 def changes(results, dry_run):
-    return [r for r in results if r.get("outcome") == ("planned" if dry_run else "updated")]
+    return [r for r in results if r.get("outcome") in ((("planned",) if dry_run else ("updated", "installed")))]
 
 
 def port_name(result):
