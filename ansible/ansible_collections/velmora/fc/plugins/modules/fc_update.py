@@ -185,7 +185,7 @@ FAILED_OUTCOMES = ("refused", "failed", "apply-check-mismatch", "blocked")
 
 
 def changes(results, dry_run):
-    return [r for r in results if r.get("outcome") in ((("planned",) if dry_run else ("updated", "installed")))]
+    return [r for r in results if r.get("outcome") in (("planned",) if dry_run else ("updated", "installed"))]
 
 
 def port_name(result):
