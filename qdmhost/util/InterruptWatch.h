@@ -5,6 +5,7 @@
 // utility's scripts) inherit them ignored: Ctrl-C and a hang-up reach the
 // whole foreground group, and a shell would unblock a blocked one. Blocked
 // signals are queued even when ignored; one thread takes them with sigwait.
+// The host layer's system() keeps glibc's from discarding a queued SIGINT.
 #include <atomic>
 #include <string>
 #include <thread>

@@ -2,6 +2,7 @@
 // foreground group) and once by SIGKILL (qdmhost alone, its tools orphaned),
 // then run again; and the readers while an update runs.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -44,10 +45,18 @@ public:
         if (fd_ >= 0) ::close(fd_);
     }
 
-    // Reads standard error until `text` shows (true) or it ends.
-    bool WaitFor(const std::string& text) {
-        while (err_.find(text) == std::string::npos)
+    // Reads standard error until `text` shows (true) or it ends. With
+    // `repeat`, sends that signal again every 200 ms meanwhile, as an
+    // operator presses Ctrl-C again when nothing is said.
+    bool WaitFor(const std::string& text, int repeat = 0) {
+        while (err_.find(text) == std::string::npos) {
+            struct pollfd entry = {fd_, POLLIN, 0};
+            if (::poll(&entry, 1, 200) == 0) {
+                if (repeat) Signal(repeat, true);
+                continue;
+            }
             if (!ReadSome()) return false;
+        }
         return true;
     }
     void Signal(int signal, bool group) { ::kill(group ? -pid_ : pid_, signal); }
@@ -153,7 +162,7 @@ TEST_P(InterruptionTest, StoppedThenPickedUp) {
     ASSERT_TRUE(first.WaitFor(row.trigger)) << first.err();
     first.Signal(row.signal, sigint);
     if (sigint) {  // a second Ctrl-C only repeats the message
-        EXPECT_TRUE(first.WaitFor("SIGINT received")) << first.err();
+        EXPECT_TRUE(first.WaitFor("SIGINT received", SIGINT)) << first.err();
         first.Signal(SIGINT, true);
     }
     EXPECT_EQ(first.Finish(), sigint ? 12 : 128 + SIGKILL) << first.err();
@@ -169,7 +178,7 @@ TEST_P(InterruptionTest, StoppedThenPickedUp) {
                     (item.key() == "utility" && item.value() == "absent"))
             << item.key() << " " << item.value();
     if (sigint && *row.slow) {
-        EXPECT_EQ(e2e::Occurrences(first.err(), "SIGINT received: finishing"), 2u) << first.err();
+        EXPECT_GE(e2e::Occurrences(first.err(), "SIGINT received: finishing"), 2u) << first.err();
         json results = json::parse(qdmtest::ReadFile(folder_ + "/out/first.json"))["results"];
         EXPECT_NE(results.dump().find("\"outcome\":\"interrupted\""), std::string::npos);
     }
