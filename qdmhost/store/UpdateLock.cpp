@@ -38,6 +38,13 @@ std::string CommandName(const std::string& pid) {
     return name;
 }
 
+// The lock file; a reader of a root it cannot write opens it read-only, and
+// finds none where none could be made: then no update can run there either.
+int OpenLockFile(const std::string& path, int flags) {
+    int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | flags, 0644);
+    return fd >= 0 || (errno != EROFS && errno != EACCES) ? fd : ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | flags);
+}
+
 bool HoldsFile(const std::string& pid, const struct stat& wanted) {
     std::error_code error;
     for (std::filesystem::directory_iterator it("/proc/" + pid + "/fd", error), end; !error && it != end;
@@ -67,7 +74,8 @@ std::string ProcessesHolding(const std::string& path) {
 UpdateLock::UpdateLock(const std::string& root, int waitSeconds, Mode mode) : fd_(-1) {
     const std::string path = PathFor(root);
     const int operation = mode == Mode::kUpdate ? LOCK_EX : LOCK_SH;
-    fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0644);
+    fd_ = mode == Mode::kRead ? OpenLockFile(path, 0) : ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0644);
+    if (fd_ < 0 && mode == Mode::kRead && errno == ENOENT) return;
     if (fd_ < 0) throw HostError(kExitInternal, "cannot open " + path + ": " + std::strerror(errno));
     if (TryLock(fd_, operation)) return;
     if (waitSeconds > 0)
@@ -85,11 +93,13 @@ UpdateLock::UpdateLock(const std::string& root, int waitSeconds, Mode mode) : fd
                                        "); try again later or use --wait SECONDS");
 }
 
-UpdateLock::~UpdateLock() { ::close(fd_); }
+UpdateLock::~UpdateLock() {
+    if (fd_ >= 0) ::close(fd_);
+}
 
 void UpdateLock::WhileNoUpdateRuns(const std::string& root, const std::function<void()>& action) {
     const std::string path = PathFor(root);
-    int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644);
+    int fd = OpenLockFile(path, O_CLOEXEC);
     if (fd < 0) return;
     if (TryLock(fd, LOCK_SH)) action();
     ::close(fd);

@@ -61,7 +61,7 @@ options:
     default: 300
   timeout:
     description:
-      - Seconds the update may take. A run that has not finished by then is sent SIGTERM: it
+      - Seconds the update may take. A run that has not finished by then is sent SIGTERM; it
         finishes the step in progress (a firmware download, the driver package, the utility's
         scripts, each with its checks), records it, skips the rest and stops, and the module fails
         with I(exit_name=interrupted), naming the step. Nothing is left half done; the next run
