@@ -191,7 +191,7 @@ ModuleOutcome OutcomeOf(const Port& port, const ModuleReading& reading, const st
 // planned, unless the multipath guard refuses a firmware. The same decision
 // for --dry-run and for the update.
 ModuleOutcome Plan(const Port& port, const ModuleReading& reading, FirmwareGuard& guard) {
-    ModuleOutcome result = OutcomeOf(port, reading, reading.status);
+    ModuleOutcome result = OutcomeOf(port, reading, reading.plan == kPlanBlocked ? kBlocked : reading.status);
     if (!PlanRuns(reading.plan)) return result;
     if (port.badWwpn) {
         result.outcome = kRefused;
@@ -301,7 +301,8 @@ void BlockWithoutUtility(ModuleOutcome& result) {
 }
 
 // The dry run's plan: the survey in update order, each module decided; a
-// missing utility shows as its install, or blocks the firmware steps.
+// missing utility shows as its install (or, the survey says, blocks the
+// firmware steps).
 std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& repository, const Options& options,
                                    FirmwareGuard& guard) {
     SurveyScope scope;
@@ -309,14 +310,10 @@ std::vector<ModuleOutcome> PlanAll(std::vector<Port>& ports, const Repository& r
     scope.afresh = true;
     scope.allowDowngrade = options.allowDowngrade;
     std::vector<ModuleOutcome> plan;
-    const bool missing = !UtilityInstalled();
-    std::optional<ModuleOutcome> install = missing ? UtilityPackage(ports, repository) : std::nullopt;
+    std::optional<ModuleOutcome> install = UtilityInstalled() ? std::nullopt : UtilityPackage(ports, repository);
     if (install) plan.push_back(*install);
     for (const PortSurvey& port : SurveyServer(ports, repository, scope, options.root).ports)
-        for (const ModuleReading& reading : port.modules) {
-            plan.push_back(Plan(port.port, reading, guard));
-            if (missing && !install) BlockWithoutUtility(plan.back());
-        }
+        for (const ModuleReading& reading : port.modules) plan.push_back(Plan(port.port, reading, guard));
     return plan;
 }
 

@@ -260,10 +260,6 @@ TEST_F(E2eTest, ReadersWaitForAnUpdate) {
     EXPECT_EQ(waited.out.find("older"), std::string::npos) << "read before the update ended:\n" << waited.out;
 }
 
-}  // namespace
-
-namespace {
-
 // Without the management utility the provider links no utility module and
 // no firmware step can run: check and the plan name the install from the
 // repository's package, update does it first and goes on; without a
@@ -289,6 +285,8 @@ TEST_F(E2eTest, MissingUtilityIsInstalledFirst) {
     e2e::HostRun blocked = Host({"--json", "update", "--dry-run"});
     EXPECT_EQ(blocked.exitCode, 10) << blocked.err;
     EXPECT_EQ(e2e::Outcomes(blocked.Json(), "firm")["0000:03:00.0"], "blocked");
+    const json check = Host({"--json", "check"}).Json();
+    EXPECT_EQ(check["utilityInstall"].dump() + " " + check["ports"][0]["plans"]["firm"].dump(), "null \"blocked\"");
 }
 
 }  // namespace
