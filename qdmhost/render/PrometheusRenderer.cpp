@@ -87,7 +87,7 @@ void HistoryFamilies(Exposition& out, const std::vector<Json>& history) {
                "1 when the last update of the module succeeded; the outcome label says how it ended.");
     for (const auto& entry : last)
         out.Sample("qdmhost_last_update_success", With(entry.first, {{"outcome", entry.second.second}}),
-                   entry.second.second == "updated");
+                   entry.second.second == "updated" || entry.second.second == "installed");
 }
 
 // "ok", "none" (no repository), "unsigned" (let through by --allow-unsigned)
