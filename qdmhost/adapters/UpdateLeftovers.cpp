@@ -7,8 +7,8 @@ namespace qdmcli {
 namespace {
 
 bool IsCachedReading(const std::string& name) {
-    return name == "HbaVersion.txt" || (name.rfind("HbaAttrib", 0) == 0 && name.size() > 13 &&
-                                        name.compare(name.size() - 4, 4, ".txt") == 0);
+    return name == "HbaVersion.txt" ||
+           (name.rfind("HbaAttrib", 0) == 0 && name.size() > 13 && name.compare(name.size() - 4, 4, ".txt") == 0);
 }
 
 }  // namespace

@@ -389,7 +389,8 @@ private:
         if (kind == kFirmware && result.ran) result.pathsNotRestored = guard_.AwaitPaths(port);
         record_.End(result);
         if (result.pathsNotRestored.empty()) return true;
-        run_.stopped = RunStop{kReasonPathsNotRestored, AdapterOf(PciAddressOf(port.deviceId)), result.pathsNotRestored};
+        run_.stopped =
+            RunStop{kReasonPathsNotRestored, AdapterOf(PciAddressOf(port.deviceId)), result.pathsNotRestored};
         Warn("stopped: the paths of " + run_.stopped->adapter + " did not come back within " +
              std::to_string(options_.pathWaitSeconds) + "s");
         return false;
@@ -482,12 +483,12 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
 Command UpdateCommand() {
     std::vector<std::string> globals = AdapterOptions();
     globals.push_back("--wait");
-    return MakeCommand<UpdateRun>("update", "bring every module to the repository version",
-                                  {globals,
-                                   {kExitUpdateFailed, kExitApplyCheck, kExitRefused, kExitLockBusy, kExitProvider,
-                                    kExitRepository, kExitNoDevice, kExitMissingComponent, kExitUntrusted,
-                                    kExitInterrupted}},
-                                  AddUpdateOptions, RunUpdate, UpdateJson, UpdateText);
+    return MakeCommand<UpdateRun>(
+        "update", "bring every module to the repository version",
+        {globals,
+         {kExitUpdateFailed, kExitApplyCheck, kExitRefused, kExitLockBusy, kExitProvider, kExitRepository,
+          kExitNoDevice, kExitMissingComponent, kExitUntrusted, kExitInterrupted}},
+        AddUpdateOptions, RunUpdate, UpdateJson, UpdateText);
 }
 
 }  // namespace qdmcli
