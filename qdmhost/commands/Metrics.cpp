@@ -68,11 +68,12 @@ void AddMetricsOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command MetricsCommand() {
-    return MakeCommand<MetricsSummary>("metrics",
-                                       "write Prometheus metrics for node_exporter: status and versions of every port "
-                                       "and module, last updates, utility check, this run's success",
-                                       {AdapterOptions(), {kExitProvider, kExitRepository, kExitNoDevice}},
-                                       AddMetricsOptions, RunMetrics, MetricsJson, MetricsText);
+    return MakeCommand<MetricsSummary>(
+        "metrics",
+        "write Prometheus metrics for node_exporter: status and versions of every port "
+        "and module, last updates, utility check, this run's success",
+        {AdapterOptions(), {kExitLockBusy, kExitProvider, kExitRepository, kExitNoDevice}}, AddMetricsOptions,
+        RunMetrics, MetricsJson, MetricsText);
 }
 
 }  // namespace qdmcli

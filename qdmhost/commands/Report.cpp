@@ -36,10 +36,10 @@ void AddReportOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command ReportCommand() {
-    return MakeCommand<ReportSummary>(
-        "report", "write the device configuration report (XML)",
-        {{"--root", "--provider", "--port", "--trace-level", "--json"}, {kExitProvider, kExitNoDevice}},
-        AddReportOptions, RunReport, ReportJson, ReportText);
+    return MakeCommand<ReportSummary>("report", "write the device configuration report (XML)",
+                                      {{"--root", "--provider", "--port", "--trace-level", "--json", "--wait"},
+                                       {kExitLockBusy, kExitProvider, kExitNoDevice}},
+                                      AddReportOptions, RunReport, ReportJson, ReportText);
 }
 
 }  // namespace qdmcli

@@ -481,11 +481,9 @@ void AddUpdateOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command UpdateCommand() {
-    std::vector<std::string> globals = AdapterOptions();
-    globals.push_back("--wait");
     return MakeCommand<UpdateRun>(
         "update", "bring every module to the repository version",
-        {globals,
+        {AdapterOptions(),
          {kExitUpdateFailed, kExitApplyCheck, kExitRefused, kExitLockBusy, kExitProvider, kExitRepository,
           kExitNoDevice, kExitMissingComponent, kExitUntrusted, kExitInterrupted}},
         AddUpdateOptions, RunUpdate, UpdateJson, UpdateText);
