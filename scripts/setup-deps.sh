@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config coreutils dpkg mount python3-minimal
   googletest libgtest-dev libgmock-dev libbenchmark-dev
-  libpugixml-dev libinih-dev libarchive-dev nlohmann-json3-dev libcli11-dev libsodium-dev minisign
+  libpugixml-dev libinih-dev libarchive-dev libsystemd-dev nlohmann-json3-dev libcli11-dev libsodium-dev minisign
   clang libclang-rt-14-dev valgrind util-linux procps python3 time gcovr ccache
   chromium python3-jinja2 python3-jsonschema
   help2man dpkg-dev file lintian pciutils systemd rpm rpmlint rpm2cpio cpio binutils

@@ -82,14 +82,16 @@ std::string TakeFault(const std::string& verb, const std::string& fallback) {
 
 bool IsKnownFault(const std::string& verb, const std::string& mode) {
     if (verb == "lspci") return mode == "hang";
-    if (verb == "hbacmd" || verb == "version") return kOutputFaults.count(mode) > 0;
+    if (verb == "utility") return mode == "slow";
+    if (verb == "version") return kOutputFaults.count(mode) > 0 || mode == "slow";
+    if (verb == "hbacmd") return kOutputFaults.count(mode) > 0;
     if (verb == "listhbas") return kOutputFaults.count(mode) > 0 || mode == "manyports";
     if (verb == "HbaAttributes")
-        return kOutputFaults.count(mode) > 0 || mode == "badversions" || mode == "nokeys";
+        return kOutputFaults.count(mode) > 0 || mode == "badversions" || mode == "nokeys" || mode == "slow";
     if (verb == "Download")
-        return mode == "fail" || mode == "silent" || mode == "crash" || mode == "hang";
+        return mode == "fail" || mode == "silent" || mode == "crash" || mode == "hang" || mode == "slow";
     if (verb == "multipathd") return mode == "missing" || mode == "single-path" || mode == "stuck";
-    if (verb == "rpm" || verb == "depmod") return mode == "fail" || mode == "hang";
+    if (verb == "rpm" || verb == "depmod") return mode == "fail" || mode == "hang" || mode == "slow";
     return false;
 }
 

@@ -188,11 +188,16 @@ int Download(const Args& args, const std::string& fault) {
     if (fault == "hang") HangForever();
     if (fault == "crash") EmitToolOutput("crash", "Downloading " + imagePath + " to HBA ...\n", 0);
     // A server-wide output fault ("error64", "empty", ...) replaces the whole run.
-    if (!fault.empty() && fault != "fail") return EmitToolOutput(fault, "", 1);
+    if (!fault.empty() && fault != "fail" && fault != "slow") return EmitToolOutput(fault, "", 1);
     Image image;
-    if (!CheckDownload(LoadState(), wwpn, imagePath, &image)) return 1;
+    const json state = LoadState();
+    if (!CheckDownload(state, wwpn, imagePath, &image)) return 1;
+    size_t adapterIndex = 0, portIndex = 0;
+    FindPort(state, wwpn, &adapterIndex, &portIndex);
+    ToolRun run(state["adapters"][adapterIndex]["serial"], "Download");
     UpdateMessages messages = ReadMessages(imagePath);
     PrintProgress(imagePath, wwpn);
+    PauseIfSlow(fault);
     if (fault == "fail") {
         std::cout << "ERROR: <219>: Download failed\n";
         PrintLines(messages.end);
@@ -212,6 +217,7 @@ int Attributes(const Args& args, const std::string& fault) {
     if (!FindPort(state, args[1], &adapterIndex, &portIndex))
         return EmitToolOutput(fault, "ERROR: <5>: HBA Not Found\n", 1);
     const json& adapter = state["adapters"][adapterIndex];
+    PauseIfSlow(fault);
     return EmitToolOutput(fault,
                           FormatAttributes(state, adapter, adapter["ports"][portIndex], fault), 0);
 }
@@ -293,6 +299,7 @@ int RunHbacmd(const Args& args) {
         json utility = LoadState().value("utilityVersion", json());
         if (!utility.is_string())
             return EmitToolOutput(fault, "ERROR: <251>: Management utility is not installed\n", 1);
+        PauseIfSlow(fault);
         return EmitToolOutput(fault, FormatVersion(utility.get<std::string>()), 0);
     }
     std::cout << "ERROR: <1>: Unknown command " << args[0] << "\n";

@@ -149,6 +149,8 @@ int RunUtility(const Args& args) {
     if (!install && !(args.size() == 1 && args[0] == "uninstall"))
         throw SimError("usage: qdmsim utility install VERSION | qdmsim utility uninstall");
     LogCall("utility", args[0]);
+    ToolRun run("system", "utility-" + args[0]);
+    PauseIfSlow(TakeFault("utility", ""));
     UpdateState([&](json& state) {
         DropPackages(state, install ? std::vector<std::string>{"elxocmcore-"}
                                     : std::vector<std::string>{"elxocmcore-", "elxocmjvm-"});

@@ -49,6 +49,25 @@ void ValidateState(const json& state);
 void LogCall(const std::string& tool, const std::string& verb);
 std::string CallLogPath();
 
+// One run of a tool that writes to `target` (an adapter's serial, or "system"
+// for packages and the utility), logged to <state>.tools as "begin <pid>
+// <target> <what>" and, when it ends, "end ...": tests read it to prove that
+// no two writers ever overlapped on one target.
+class ToolRun {
+public:
+    ToolRun(const std::string& target, const std::string& what);
+    ~ToolRun();
+    ToolRun(const ToolRun&) = delete;
+    ToolRun& operator=(const ToolRun&) = delete;
+
+private:
+    std::string target_;
+    std::string what_;
+};
+std::string ToolLogPath();
+// Under the fault "slow" the tool's work takes a second.
+void PauseIfSlow(const std::string& fault);
+
 // ---- small helpers ------------------------------------------------------------
 bool InSandbox();
 std::string SelfPath();

@@ -166,6 +166,8 @@ int RpmUpgrade(const Args& files, const std::string& fault) {
     for (size_t i = 0; i < files.size(); ++i)
         if (!ReadPackage(files[i], &packages[i])) return 1;
     std::cout << HashLine("Preparing...");
+    ToolRun run("system", "rpm");
+    PauseIfSlow(fault);
     if (fault == "fail") {
         std::cerr << "error: %prein(" << packages[0].name << ") scriptlet failed, exit status 1\n"
                   << "error: " << packages[0].name << ": install failed\n";
@@ -238,6 +240,8 @@ int RunDepmod(const Args& args) {
     LogCall("depmod", args.empty() ? "(none)" : args[0]);
     const std::string fault = TakeFault("depmod", "");
     if (fault == "hang") HangForever();
+    ToolRun run("system", "depmod");
+    PauseIfSlow(fault);
     if (fault == "fail") {
         std::cerr << "depmod: ERROR: could not open directory /lib/modules: No such file or directory\n";
         return 1;

@@ -235,6 +235,20 @@ int CCommon_Information::ExecForeignModule(const std::string& command, const std
     return EXEC_OK;
 }
 
+// The shell command runner of the whole process, the provider's included:
+// the C library's system() but for one thing. glibc's sets SIGINT and SIGQUIT
+// to "ignore" while the command runs, which discards a SIGINT that an update
+// host keeps blocked and has not taken yet; this one leaves the caller's
+// signal dispositions and mask alone, so the command inherits them.
+extern "C" int system(const char* command) {
+    if (!command) return 1;  // a shell is there
+    const char* argv[] = {"sh", "-c", command, nullptr};
+    pid_t pid = -1;
+    if (::posix_spawn(&pid, "/bin/sh", nullptr, nullptr, const_cast<char* const*>(argv), environ) != 0) return -1;
+    int status = 0;
+    return WaitForChild(pid, &status, 0) == pid ? status : -1;
+}
+
 bool CCommon_Information::GetPCIInfo(std::string deviceId, int* bus, int* device, int* function,
                                      const std::string& traceFile) {
     int parsedBus = 0;

@@ -4,6 +4,8 @@
 #include "TraceUtility.h"
 #include "adapters/WorkArea.h"
 #include "model/HostError.h"
+#include "store/History.h"
+#include "store/UpdateLock.h"
 
 namespace qdmcli {
 
@@ -17,6 +19,7 @@ void UseInstallRoot(const Options& options) {
     CFileUtility::SetInstallPath(options.root);
     if (options.traceLevel >= 0) CTraceUtility::SetLevelMask(static_cast<unsigned>(options.traceLevel));
     PrepareWorkArea(options.root);
+    UpdateLock::WhileNoUpdateRuns(options.root, [&] { RecoverInterruptedRuns(options.HostFolder()); });
 }
 
 }  // namespace qdmcli

@@ -5,7 +5,8 @@
 namespace qdmcli {
 
 // Validates the root, makes it the host's, sets the trace mask and creates
-// <root>/tmp. Throws HostError.
+// the work area (0700); records an update that a dead run left unfinished (while no
+// update runs). Throws HostError.
 void UseInstallRoot(const Options& options);
 
 }  // namespace qdmcli

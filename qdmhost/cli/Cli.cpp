@@ -95,7 +95,7 @@ void AddCommonOptions(CLI::App& app, Options& options) {
         ->check(WholeNumber("a trace mask", 0, 255));
     app.add_flag("--json", options.json, "print only one JSON document on standard output, errors included");
     app.add_option("--wait", options.waitSeconds,
-                   "seconds to wait for another update's lock on the install root before giving up (lock-busy)")
+                   "seconds to wait for a running update (and the tools it started) before giving up (lock-busy)")
         ->type_name("SECONDS")
         ->capture_default_str()
         ->check(WholeNumber("a whole number of seconds", 0, 86400));

@@ -34,8 +34,8 @@ struct CommandScope {
 
 // The global options of the commands that read the adapters.
 inline std::vector<std::string> AdapterOptions() {
-    return {"--root",        "--repo", "--provider",       "--port",
-            "--trace-level", "--json", "--allow-unsigned", "--allow-downgrade"};
+    return {"--root", "--repo",           "--provider",        "--port", "--trace-level",
+            "--json", "--allow-unsigned", "--allow-downgrade", "--wait"};
 }
 
 struct Command {

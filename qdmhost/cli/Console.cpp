@@ -33,11 +33,7 @@ const unsigned long kAnnouncedPauseMs = 1000;
 
 void AnnouncePause(unsigned long milliseconds, bool virtualTime) {
     if (milliseconds < kAnnouncedPauseMs) return;
-    std::string activity;
-    {
-        std::lock_guard<std::mutex> lock(State().mutex);
-        activity = State().activity;
-    }
+    const std::string activity = CurrentActivity();
     Progress("waiting " + std::to_string(milliseconds / 1000) + "s for " +
              (activity.empty() ? std::string("the provider") : activity) + (virtualTime ? " (virtual time)" : ""));
 }
@@ -80,6 +76,11 @@ void RemoveHostHooks() {
 void SetActivity(const std::string& activity) {
     std::lock_guard<std::mutex> lock(State().mutex);
     State().activity = activity;
+}
+
+std::string CurrentActivity() {
+    std::lock_guard<std::mutex> lock(State().mutex);
+    return State().activity;
 }
 
 double ElapsedSeconds() {

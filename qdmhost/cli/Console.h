@@ -18,6 +18,7 @@ bool VirtualTimeRequested();
 
 // "<port> <step>": what a pause is for ("waiting 30s for <port> <step>").
 void SetActivity(const std::string& activity);
+std::string CurrentActivity();
 // One progress line on standard error, stamped with the run's elapsed time.
 void Progress(const std::string& text);
 void Warn(const std::string& text);

@@ -32,7 +32,8 @@ Outcome<ServerSurvey> RunCheck(const Options& options) {
 Command CheckCommand() {
     return MakeCommand<ServerSurvey>(
         "check", "check for missing components and the utility configuration",
-        {AdapterOptions(), {kExitRefused, kExitMissingComponent, kExitProvider, kExitRepository, kExitNoDevice}},
+        {AdapterOptions(),
+         {kExitRefused, kExitMissingComponent, kExitLockBusy, kExitProvider, kExitRepository, kExitNoDevice}},
         nullptr, RunCheck, CheckJson, CheckText);
 }
 

@@ -22,8 +22,8 @@ Outcome<ServerSurvey> RunInventory(const Options& options) {
 
 Command InventoryCommand() {
     return MakeCommand<ServerSurvey>("inventory", "list the ports with their versions and the repository's",
-                                     {AdapterOptions(), {kExitProvider, kExitRepository, kExitNoDevice}}, nullptr,
-                                     RunInventory, InventoryJson, InventoryText);
+                                     {AdapterOptions(), {kExitLockBusy, kExitProvider, kExitRepository, kExitNoDevice}},
+                                     nullptr, RunInventory, InventoryJson, InventoryText);
 }
 
 }  // namespace qdmcli

@@ -2,7 +2,9 @@
 // check, the last update of each module and the run's own outcome as gauges
 // in DIR/qdmhost.prom, replaced atomically so node_exporter never reads half
 // a file. A failed survey still writes the file (success 0, the error's
-// name) so that an alert fires, then exits with the error's code.
+// name) so that an alert fires, then exits with the error's code; while an
+// update runs (lock-busy) it holds qdmhost_update_in_progress 1 and no
+// module series, so that no alert fires on readings taken mid-update.
 #include <CLI/CLI.hpp>
 
 #include <chrono>
@@ -66,11 +68,12 @@ void AddMetricsOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command MetricsCommand() {
-    return MakeCommand<MetricsSummary>("metrics",
-                                       "write Prometheus metrics for node_exporter: status and versions of every port "
-                                       "and module, last updates, utility check, this run's success",
-                                       {AdapterOptions(), {kExitProvider, kExitRepository, kExitNoDevice}},
-                                       AddMetricsOptions, RunMetrics, MetricsJson, MetricsText);
+    return MakeCommand<MetricsSummary>(
+        "metrics",
+        "write Prometheus metrics for node_exporter: status and versions of every port "
+        "and module, last updates, utility check, this run's success",
+        {AdapterOptions(), {kExitLockBusy, kExitProvider, kExitRepository, kExitNoDevice}}, AddMetricsOptions,
+        RunMetrics, MetricsJson, MetricsText);
 }
 
 }  // namespace qdmcli

@@ -9,6 +9,7 @@
 #include "model/HostError.h"
 #include "render/JsonRenderer.h"
 #include "render/TextRenderer.h"
+#include "store/UpdateLock.h"
 
 namespace qdmcli {
 
@@ -20,6 +21,7 @@ Outcome<ReportSummary> RunReport(const Options& options) {
         throw HostError(kExitUsage, "--out must be an absolute path of letters, digits, '/', '_', '-', '.'");
     if (!CFileUtility::CreateFolder(options.outFolder)) RequirePath("--out", options.outFolder, PathNeed::kFolder);
     RequirePath("--out", options.outFolder, PathNeed::kWritableFolder);
+    UpdateLock lock(options.root, options.waitSeconds, UpdateLock::Mode::kRead);
     Session session(options);
     std::vector<const Port*> reported = WriteConfigReport(session.ports(), options.outFolder);
     return {{options.outFolder + "/" + kReportFile, reported.size()}};
@@ -34,10 +36,10 @@ void AddReportOptions(CLI::App& command, Options& options) {
 }  // namespace
 
 Command ReportCommand() {
-    return MakeCommand<ReportSummary>(
-        "report", "write the device configuration report (XML)",
-        {{"--root", "--provider", "--port", "--trace-level", "--json"}, {kExitProvider, kExitNoDevice}},
-        AddReportOptions, RunReport, ReportJson, ReportText);
+    return MakeCommand<ReportSummary>("report", "write the device configuration report (XML)",
+                                      {{"--root", "--provider", "--port", "--trace-level", "--json", "--wait"},
+                                       {kExitLockBusy, kExitProvider, kExitNoDevice}},
+                                      AddReportOptions, RunReport, ReportJson, ReportText);
 }
 
 }  // namespace qdmcli

@@ -6,6 +6,7 @@
 #include "cli/Console.h"
 #include "model/HostError.h"
 #include "repository/ChannelConfig.h"
+#include "store/UpdateLock.h"
 
 namespace qdmcli {
 
@@ -37,6 +38,7 @@ Repository OptionalRepository(const Options& options) {
 
 ServerSurvey SurveyFromOptions(const Options& options, const SurveyScope& scope) {
     UseInstallRoot(options);
+    UpdateLock lock(options.root, options.waitSeconds, UpdateLock::Mode::kRead);
     Repository repository = OptionalRepository(options);
     Session session(options);
     return SurveyServer(session.ports(), repository, scope, options.root);

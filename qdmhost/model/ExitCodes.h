@@ -17,7 +17,8 @@ enum ExitCode {
     kExitRepository = 8,         // the repository is missing, empty or broken
     kExitNoDevice = 9,           // no supported adapter, or --port matched nothing
     kExitMissingComponent = 10,  // a component the update needs is not installed
-    kExitUntrusted = 11          // the repository is not trusted: signature, key, checksum, channel, rollback or expiry
+    kExitUntrusted = 11,         // the repository is not trusted: signature, key, checksum, channel, rollback or expiry
+    kExitInterrupted = 12        // a signal stopped the update after the step in progress
 };
 
 struct ExitCodeInfo {

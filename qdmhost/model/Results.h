@@ -31,6 +31,7 @@ struct ModuleOutcome {
     bool ran = false;                                      // the steps ran: the fields below are set
     std::string now;                                       // the version read after the steps
     std::string failedStep;                                // empty when none failed
+    std::string interruptedStep;                           // interrupted: the last step begun, empty when none
     double seconds = 0;
     // The multipath guard's part, for firmware: the maps that would lose (or,
     // with --allow-path-loss, lost) their last healthy path.

@@ -4,6 +4,7 @@
 
 #include "adapters/ConfigReport.h"
 #include "adapters/PathReader.h"
+#include "adapters/UtilityInstall.h"
 #include "model/Vocabulary.h"
 
 namespace qdmcli {
@@ -98,6 +99,16 @@ std::string UtilityCheck(const Port& port, const Repository& repository) {
     return port.vendor->CheckUpdateConditionByDevicevendor(kUtility, &package) == 0 ? kUtilityPassed : kUtilityRefused;
 }
 
+// Without the utility's tool no firmware step can run: update installs the
+// tool first from the repository's package, or, with none, cannot flash.
+void PlanWithoutUtility(const std::vector<Port>& ports, const Repository& repository, ServerSurvey& survey) {
+    for (const Port& port : ports)
+        if (repository.Find(port.vendor->GetModelKey(), kUtility, &survey.utilityInstall)) return;
+    for (PortSurvey& port : survey.ports)
+        for (ModuleReading& reading : port.modules)
+            if (reading.kind == kFirmware && PlanRuns(reading.plan)) reading.plan = kPlanBlocked;
+}
+
 ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository, const SurveyScope& scope,
                           const std::string& root) {
     ServerSurvey survey;
@@ -106,6 +117,7 @@ ServerSurvey SurveyServer(std::vector<Port>& ports, const Repository& repository
     for (const Port& port : ports)
         survey.ports.push_back(
             {port, port.vendor->GetModelKey(), ReadModules(port, repository, scope), "", "", "", ""});
+    if (!UtilityInstalled()) PlanWithoutUtility(ports, repository, survey);
     if (scope.bootBios) {
         std::vector<std::string> bootBios = BootBiosVersions(ports, root);
         for (std::size_t i = 0; i < ports.size(); ++i) {

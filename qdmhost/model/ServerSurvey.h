@@ -51,6 +51,9 @@ struct ServerSurvey {
     std::vector<PortSurvey> ports;
     std::vector<std::string> missingComponents;  // host-wide; asked of the first port
     PathSurvey paths;
+    // The repository's utility package that update installs first when the
+    // utility is missing; no archive path when none serves these ports.
+    CManageRepositoryInfo utilityInstall;
 };
 
 // What a command needs to know; each part costs tool runs.

@@ -38,8 +38,11 @@ const std::vector<std::string>& ModuleStatuses();
 std::string VersionStatus(const std::string& operating, bool hasPackage, int comparison);
 // What an update would do with a module of this status: "update" (older or
 // unreadable), "downgrade" (newer, only when allowed), "keep-newer" (newer:
-// left alone) or "none" (current, or nothing to update from).
+// left alone) or "none" (current, or nothing to update from); the survey
+// makes a firmware's "update" kPlanBlocked when the utility's tool is
+// missing and the repository cannot install it.
 std::string UpdatePlan(const std::string& status, bool hasPackage, bool allowDowngrade);
+const char kPlanBlocked[] = "blocked";
 bool PlanRuns(const std::string& plan);
 
 const char kUtilityPassed[] = "passed";

@@ -72,7 +72,11 @@ Json CheckJson(const ServerSurvey& survey) {
         json["utilityCheck"] = port.utilityCheck;
         ports.push_back(json);
     }
+    const CManageRepositoryInfo& install = survey.utilityInstall;
     return {{"missingComponents", survey.missingComponents},
+            {"utilityInstall", install.archivePath.empty()
+                                   ? Json(nullptr)
+                                   : Json({{"archive", install.archivePath}, {"version", install.version}})},
             {"repositoryVerified", VerifiedJson(survey.repository)},
             {"repositoryProblem", ProblemJson(survey.repository)},
             {"ports", ports},
@@ -129,6 +133,8 @@ Json ModuleOutcomeJson(const ModuleOutcome& result) {
     if (result.downgrade) json["downgrade"] = true;
     if (result.messages) json["messages"] = MessagesJson(*result.messages);
     if (!result.sharedBy.empty()) json["ports"] = result.sharedBy;
+    if (result.outcome == "interrupted")
+        json["interruptedStep"] = OrNull(result.interruptedStep, !result.interruptedStep.empty());
     if (result.ran) {
         json["now"] = result.now;
         json["failedStep"] = OrNull(result.failedStep, !result.failedStep.empty());

@@ -87,7 +87,7 @@ void HistoryFamilies(Exposition& out, const std::vector<Json>& history) {
                "1 when the last update of the module succeeded; the outcome label says how it ended.");
     for (const auto& entry : last)
         out.Sample("qdmhost_last_update_success", With(entry.first, {{"outcome", entry.second.second}}),
-                   entry.second.second == "updated");
+                   entry.second.second == "updated" || entry.second.second == "installed");
 }
 
 // "ok", "none" (no repository), "unsigned" (let through by --allow-unsigned)
@@ -115,6 +115,9 @@ void RunFamilies(Exposition& out, const std::optional<HostError>& failure, doubl
     out.Sample("qdmhost_metrics_duration_seconds", {}, seconds);
     out.Family("qdmhost_metrics_success", "1 when the metrics run read the adapters, 0 when it failed.");
     out.Sample("qdmhost_metrics_success", {}, failure ? 0 : 1);
+    out.Family("qdmhost_update_in_progress",
+               "1 when an update held the adapters, so that no module was read (no alert on mid-update readings).");
+    out.Sample("qdmhost_update_in_progress", {}, failure && failure->code() == kExitLockBusy ? 1 : 0);
 }
 
 }  // namespace
@@ -125,7 +128,7 @@ Exposition MetricsExposition(const ServerSurvey& survey, const std::vector<Json>
     PortFamilies(out, survey.ports);
     PathFamilies(out, survey.paths);
     RepositoryFamily(out, survey.repository);
-    HistoryFamilies(out, history);
+    if (!failure || failure->code() != kExitLockBusy) HistoryFamilies(out, history);
     RunFamilies(out, failure, seconds);
     return out;
 }

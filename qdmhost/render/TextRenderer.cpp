@@ -56,6 +56,7 @@ std::string OutcomeCell(const ModuleOutcome& result) {
     if (!result.reason.empty()) outcome += " (" + result.reason + ": " + Joined(result.maps) + ")";
     if (result.pathLossAllowed) outcome += " (path loss allowed: " + Joined(result.maps) + ")";
     if (!result.failedStep.empty()) outcome += " (" + result.failedStep + ")";
+    if (!result.interruptedStep.empty()) outcome += " (after " + result.interruptedStep + ")";
     if (result.ran && result.outcome != "updated") outcome += ", reports " + Cell(result.now);
     return outcome;
 }
@@ -126,7 +127,11 @@ std::string CheckText(const ServerSurvey& survey) {
     std::vector<Row> rows = {{"PORT", "WWPN", "UTILITY CONFIGURATION"}};
     for (const PortSurvey& port : survey.ports)
         rows.push_back({port.port.deviceId, Cell(port.port.wwpn), port.utilityCheck});
-    return "Missing components: " + missing + "\n" + Table(rows) + PathsText(survey.paths);
+    const CManageRepositoryInfo& install = survey.utilityInstall;
+    std::string plan = install.archivePath.empty() ? ""
+                                                   : "update installs the utility first from " + install.archivePath +
+                                                         " (" + install.version + ")\n";
+    return "Missing components: " + missing + "\n" + plan + Table(rows) + PathsText(survey.paths);
 }
 
 std::string UpdateText(const UpdateRun& run) {

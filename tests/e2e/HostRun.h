@@ -187,7 +187,8 @@ public:
     // simulator's call log; with `update` also the simulated server, the history,
     // the accepted serials and the driver's depmod override.
     void TakeBaseline(bool update = false) {
-        excluded_ = {kRoot + "/tmp", kRoot + "/log", folder_ + "/out", StatePath() + ".lock", StatePath() + ".calls"};
+        excluded_ = {kRoot + "/tmp", kRoot + "/log", folder_ + "/out", StatePath() + ".lock", StatePath() + ".calls",
+                     StatePath() + ".tools"};
         if (update)
             excluded_.insert(excluded_.end(), {StatePath(), kRoot + "/qdmhost/history.jsonl",
                                                kRoot + "/qdmhost/accepted-serials.json", "/etc/depmod.d/elxlpfc.conf"});

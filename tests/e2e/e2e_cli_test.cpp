@@ -150,13 +150,14 @@ TEST(ExitCodes, DistinctDocumentedAndTheWorseOutcomeWins) {
         EXPECT_TRUE(codes.insert(info.code).second && names.insert(info.name).second) << info.name;
         EXPECT_NE(ExitCodeHelp().find(info.meaning), std::string::npos) << info.name;
     }
-    EXPECT_EQ(codes.size(), 12u);
+    EXPECT_EQ(codes.size(), 13u);
     EXPECT_STREQ(DescribeExitCode(99).name, "internal-error");
     const int rows[][3] = {{kExitOk, kExitRefused, kExitRefused},
                            {kExitRefused, kExitApplyCheck, kExitApplyCheck},
                            {kExitApplyCheck, kExitUpdateFailed, kExitUpdateFailed},
                            {kExitUpdateFailed, kExitRefused, kExitUpdateFailed},
-                           {kExitMissingComponent, kExitRefused, kExitMissingComponent}};
+                           {kExitMissingComponent, kExitRefused, kExitMissingComponent},
+                           {kExitUpdateFailed, kExitInterrupted, kExitInterrupted}};  // a stop outranks a failure
     for (const auto& row : rows) EXPECT_EQ(WorseExitCode(row[0], row[1]), row[2]) << row[0] << " " << row[1];
 }
 

@@ -247,15 +247,15 @@ TEST_F(ConcurrentUpdate, TwoUpdatesAtOnceUpdateOnce) {
     ExpectDemoUpdated();
 }
 
-// Killed mid-download: the lock dies with qdmhost (a held one would stay held), its tool hangs on; the next
-// update completes despite the leftovers.
+// Killed mid-download: the lock lives on with the orphaned tool (no second update may flash that adapter
+// meanwhile); once the tool is gone the next update completes despite the leftovers.
 TEST_F(ConcurrentUpdate, UpdateKilledDuringDownloadIsRecoveredByTheNextRun) {
     BuildDemoRepository();
     ASSERT_TRUE(qdmtest::SimFault("Download", "hang"));
     TakeBaseline(true);
     ASSERT_EQ(qdmtest::RunShell("QDMHOST_VIRTUAL_TIME=1 " + qdmtest::ShellQuote(QDM_HOST_BINARY) + " --repo " + repo_ +
                                 " update </dev/null >/dev/null 2>&1 & for i in $(seq 1000); do [ \"$(" QDM_SIM_BINARY
-                                " calls Download)\" = 0 ] || break; sleep 0.02; done; kill -9 $!; wait $!; flock -n " +
+                                " calls Download)\" = 0 ] || break; sleep 0.02; done; kill -9 $!; wait $!; ! flock -n " +
                                 e2e::kRoot + "/tmp/qdmhost.lock true"),
               0);
     EXPECT_EQ(qdmtest::SimCallCount("Download"), 1u);

@@ -90,6 +90,17 @@ class Run(unittest.TestCase):
             with contextlib.suppress(OSError):  # gone, or a zombie waiting for its reaper
                 self.assertEqual(stat.read_text().rsplit(")", 1)[1].split()[0], "Z")
 
+    def test_timeout_lets_an_update_finish_its_step(self):
+        # As qdmhost update does on SIGTERM: says which step it finishes, then stops with exit 12.
+        script = ('finish() { kill $!; echo "qdmhost: [1.0s] SIGTERM received: finishing 0000:03:00.0 firm pre-update, '
+                  'then stopping" >&2; echo \'{"exitCode": 12, "results": []}\'; exit 12; }; '
+                  'trap finish TERM; sleep 300 & wait; wait')
+        with self.assertRaises(qdmhost.QdmhostError) as caught:
+            qdmhost.run(["sh", "-c", script], timeout=1)
+        self.assertEqual((caught.exception.exit_name, caught.exception.exit_code), ("interrupted", 12))
+        self.assertIn("0000:03:00.0 firm pre-update", str(caught.exception))
+        self.assertEqual(caught.exception.document["results"], [])
+
     def test_missing_program(self):
         with self.assertRaises(qdmhost.QdmhostError) as caught:
             qdmhost.run(["/nonexistent/qdmhost", "--json", "inventory"], timeout=5)

@@ -30,6 +30,8 @@ CHECK_FINDINGS = (0, 5, 10)
 
 # Failures of the run itself, where qdmhost gave no exit code of its own.
 TIMEOUT = "timeout"
+# qdmhost's exit code after a signal stopped an update between steps.
+EXIT_INTERRUPTED = 12
 BAD_OUTPUT = "bad-output"
 NOT_STARTED = "not-started"
 
@@ -37,6 +39,10 @@ ENVELOPE_FIELDS = ("schemaVersion", "qdmhost", "revision", "host", "time", "comm
 
 # Time a timed-out qdmhost gets to remove its staging folder before it is killed.
 TERM_GRACE_SECONDS = 5
+# On a time-out an update finishes the step in progress (a firmware download
+# with its polls takes minutes) and stops; it gets as long again as the
+# time-out, at most this; one still running then is killed, with its tools.
+STEP_FINISH_SECONDS = 1800
 STDERR_EXCERPT = 400
 
 # A command's document without the envelope fields, the envelope, and the exit.
@@ -142,11 +148,46 @@ def _stop(process):
     return ""
 
 
+def _finishing_step(stderr):
+    """qdmhost's own line about the step it finished after the signal."""
+    lines = [line for line in stderr.splitlines() if "SIGTERM received:" in line]
+    return lines[0].split("SIGTERM received:", 1)[1].strip() if lines else "no step was in progress"
+
+
+def _interrupt(process, argv, timeout):
+    """Asks qdmhost to stop (SIGTERM to it alone: an update finishes the step
+    in progress and stops with exit 12); ends it and its tools when it does
+    not stop so. The QdmhostError that reports the time-out."""
+    os.kill(process.pid, signal.SIGTERM)
+    try:
+        process.wait(timeout=min(timeout, STEP_FINISH_SECONDS))
+    except subprocess.TimeoutExpired:
+        pass
+    if process.returncode != EXIT_INTERRUPTED:
+        stderr = _stop(process)
+        return QdmhostError(TIMEOUT, "%s did not finish within %s seconds, nor stop after its step in progress, and "
+                            "was killed with the tools it ran; standard error: %s"
+                            % (" ".join(argv[2:]), timeout, _excerpt(stderr)))
+    try:
+        stdout, stderr = process.communicate(timeout=TERM_GRACE_SECONDS)
+    except subprocess.TimeoutExpired:
+        stdout, stderr = "", _stop(process)
+    try:
+        document = json.loads(stdout)
+    except ValueError:
+        document = None
+    return QdmhostError("interrupted", "the time-out (%s seconds) stopped the update after its step in progress (%s); "
+                        "the remaining modules were skipped: run it again to finish"
+                        % (timeout, _finishing_step(stderr)), EXIT_INTERRUPTED,
+                        document=document if isinstance(document, dict) else None)
+
+
 def run(argv, timeout, accepted=(0,)):
-    """Runs qdmhost with ARGV; gives up after TIMEOUT seconds.
+    """Runs qdmhost with ARGV; stops it after TIMEOUT seconds.
 
     subprocess rather than AnsibleModule.run_command: qdmhost runs in a session
-    of its own so that a time-out ends the adapter tools it started too.
+    of its own so that one that will not stop is ended with the adapter tools
+    it started.
     """
     try:
         process = subprocess.Popen(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
@@ -157,9 +198,7 @@ def run(argv, timeout, accepted=(0,)):
     try:
         stdout, stderr = process.communicate(timeout=timeout)
     except subprocess.TimeoutExpired:
-        stderr = _stop(process)
-        raise QdmhostError(TIMEOUT, "%s did not finish within %s seconds and was killed with the tools it ran; "
-                           "standard error: %s" % (" ".join(argv[2:]), timeout, _excerpt(stderr)))
+        raise _interrupt(process, argv, timeout)
     return parse_output(process.returncode, stdout, stderr, accepted)
 
 

@@ -61,9 +61,12 @@ options:
     default: 300
   timeout:
     description:
-      - Seconds the update may take. A run that has not finished by then is killed, with the adapter
-        tools it started, and the module fails with I(exit_name=timeout). An update killed this way
-        may leave a module half done; the next run finds and updates it again.
+      - Seconds the update may take. A run that has not finished by then is sent SIGTERM; it
+        finishes the step in progress (a firmware download, the driver package, the utility's
+        scripts, each with its checks), records it, skips the rest and stops, and the module fails
+        with I(exit_name=interrupted), naming the step. Nothing is left half done; the next run
+        updates what was skipped. Only a run that does not stop within as long again (at most 30
+        minutes more) is killed, with the tools it started (I(exit_name=timeout)).
     type: int
     default: 3600
 attributes:
@@ -102,8 +105,9 @@ RETURN = r"""
 results:
   description:
     - One element per port and module, exactly as qdmhost's C(update --json) gives them, in update order.
-    - I(outcome) is C(updated), C(planned) (check mode), C(refused), C(failed), C(apply-check-mismatch)
-      or the module's status when there was nothing to do (C(current), C(no-package), C(not-installed)).
+    - I(outcome) is C(updated), C(planned) (check mode), C(refused), C(failed), C(apply-check-mismatch),
+      C(interrupted) (skipped after a time-out or signal), C(installed) (the missing utility, from the
+      repository), C(blocked) (needs the missing utility) or the module's status when there was nothing to do (C(current), C(no-package), C(not-installed)).
     - An update run adds I(now) (version read afterwards), I(failedStep), I(seconds) and the operator
       I(messages); a refusal adds I(messages).
   returned: when qdmhost ran the update
@@ -154,7 +158,7 @@ exit_code:
 exit_name:
   description:
     - Name of the exit code (C(ok), C(refused), C(lock-busy), C(untrusted-repository),
-      C(apply-check-mismatch), C(update-failed), C(bad-repository), C(no-device), ...), or C(timeout),
+      C(apply-check-mismatch), C(update-failed), C(interrupted), C(bad-repository), C(no-device), ...), or C(timeout),
       C(bad-output) (no JSON document), C(not-started) (qdmhost could not be run).
   returned: always
   type: str
@@ -177,11 +181,11 @@ from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import (
 )
 
 # Outcomes that end the update of a module without the new version.
-FAILED_OUTCOMES = ("refused", "failed", "apply-check-mismatch")
+FAILED_OUTCOMES = ("refused", "failed", "apply-check-mismatch", "blocked")
 
 
 def changes(results, dry_run):
-    return [r for r in results if r.get("outcome") == ("planned" if dry_run else "updated")]
+    return [r for r in results if r.get("outcome") in (("planned",) if dry_run else ("updated", "installed"))]
 
 
 def port_name(result):
