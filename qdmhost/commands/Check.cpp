@@ -41,8 +41,7 @@ Outcome<ServerCheck> RunCheck(const Options& options) {
     outcome.result.lastUpdates = LastUpdates(survey.ports, ReadHistory(options.HostFolder(), {}));
     for (const PortSurvey& port : survey.ports)
         if (port.utilityCheck == kUtilityRefused) outcome.exitCode = WorseExitCode(outcome.exitCode, kExitRefused);
-    if (!survey.missingComponents.empty())
-        outcome.exitCode = WorseExitCode(outcome.exitCode, kExitMissingComponent);
+    if (!survey.missingComponents.empty()) outcome.exitCode = WorseExitCode(outcome.exitCode, kExitMissingComponent);
     outcome.exitCode = WorseExitCode(outcome.exitCode, survey.repository.failureCode);
     return outcome;
 }
