@@ -178,7 +178,9 @@ bool OpenListing(const std::string& path, std::ifstream& in) {
 bool ReadListing(std::string* text) {
     std::ifstream in;
     if (!OpenListing(CEmulexCommon::CacheFilePath(kListingName), in)) return false;
-    text->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    std::ostringstream whole;
+    whole << in.rdbuf();  // in blocks, not character by character
+    *text = whole.str();
     return true;
 }
 
