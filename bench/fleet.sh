@@ -77,6 +77,10 @@ for size in $sizes; do
     rows+=("$(measure_fleet "$size")")
 done
 
+# Hand-written notes below the marker survive a rerun.
+marker='<!-- hand-written notes below: kept by bench/fleet.sh -->'
+notes=$(awk -v marker="$marker" 'kept || $0 == marker { kept = 1; print }' bench/FLEET.md 2>/dev/null || true)
+
 cat >bench/FLEET.md <<EOF
 # Fleet inventory benchmark
 
@@ -109,7 +113,9 @@ share its cores.
   the inventory, one ssh connection per server).
 - command: \`ansible all -m command -a 'qdmhost --json inventory'\`: the
   engine plus one Python module sent to and run on each server.
-- fc_info: \`ansible all -m velmora.fc.fc_info\`: the collection's module.
+- fc_info: \`ansible all -m velmora.fc.fc_info\`: the collection's module, one
+  \`qdmhost --json check\` per server (the inventory with the utility check, the
+  missing components, the multipath paths and each port's last update).
 - playbook: \`ansible-playbook velmora.fc.fleet_inventory\`: \`fc_info\` on
   every server, then the fleet document and the report page on the controller.
 
@@ -120,4 +126,6 @@ qdmhost inventory, and the controller's steps after the servers answered.
 | servers | plain | raw | command | fc_info | playbook | playbook / plain | playbook / command |
 |---|---|---|---|---|---|---|---|
 $(printf '%s\n' "${rows[@]}")
+
+${notes:-$marker}
 EOF

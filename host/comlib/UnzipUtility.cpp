@@ -1,7 +1,5 @@
 #include "UnzipUtility.h"
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +9,7 @@
 #include <memory>
 #include <vector>
 
+#include "ArchiveLibrary.h"
 #include "FileUtility.h"
 #include "FileDescriptor.h"
 #include "TraceUtility.h"
@@ -23,12 +22,12 @@ const size_t kMaxEntries = 100000;
 
 using ArchiveHandle = std::unique_ptr<struct archive, int (*)(struct archive*)>;
 
-ArchiveHandle OpenArchive(const std::string& path) {
-    ArchiveHandle reader(archive_read_new(), archive_read_free);
+ArchiveHandle OpenArchive(const ArchiveLibrary& lib, const std::string& path) {
+    ArchiveHandle reader(lib.read_new(), lib.read_free);
     if (!reader) return reader;
-    archive_read_support_format_all(reader.get());
-    archive_read_support_filter_all(reader.get());
-    if (archive_read_open_filename(reader.get(), path.c_str(), 64 * 1024) != ARCHIVE_OK)
+    lib.support_format_all(reader.get());
+    lib.support_filter_all(reader.get());
+    if (lib.open_filename(reader.get(), path.c_str(), 64 * 1024) != ARCHIVE_OK)
         reader.reset();
     return reader;
 }
@@ -57,20 +56,20 @@ std::string JoinPath(const std::vector<std::string>& components) {
 }
 
 // Why the entry may not be unpacked, or "" when it may.
-std::string RejectReason(struct archive_entry* entry) {
+std::string RejectReason(const ArchiveLibrary& lib, struct archive_entry* entry) {
     std::vector<std::string> components;
-    if (!SplitEntryPath(archive_entry_pathname(entry), &components))
+    if (!SplitEntryPath(lib.entry_pathname(entry), &components))
         return "unsafe or empty entry name";
-    if (archive_entry_hardlink(entry) || archive_entry_symlink(entry)) return "link entry";
-    mode_t type = archive_entry_filetype(entry);
+    if (lib.entry_hardlink(entry) || lib.entry_symlink(entry)) return "link entry";
+    mode_t type = lib.entry_filetype(entry);
     if (type != AE_IFREG && type != AE_IFDIR) return "special file entry";
     if (type == AE_IFREG && components.empty()) return "file entry without a name";
     return "";
 }
 
 // First pass: every entry must be safe before anything is written.
-bool ValidateArchive(const std::string& archive, std::string* problem) {
-    ArchiveHandle reader = OpenArchive(archive);
+bool ValidateArchive(const ArchiveLibrary& lib, const std::string& archive, std::string* problem) {
+    ArchiveHandle reader = OpenArchive(lib, archive);
     if (!reader) {
         *problem = "cannot open archive";
         return false;
@@ -79,14 +78,14 @@ bool ValidateArchive(const std::string& archive, std::string* problem) {
     size_t entries = 0;
     la_int64_t total = 0;
     int result;
-    while ((result = archive_read_next_header(reader.get(), &entry)) == ARCHIVE_OK) {
-        std::string reason = RejectReason(entry);
+    while ((result = lib.next_header(reader.get(), &entry)) == ARCHIVE_OK) {
+        std::string reason = RejectReason(lib, entry);
         if (!reason.empty()) {
-            const char* name = archive_entry_pathname(entry);
+            const char* name = lib.entry_pathname(entry);
             *problem = reason + " [" + (name ? name : "") + "]";
             return false;
         }
-        if (archive_entry_size_is_set(entry)) total += archive_entry_size(entry);
+        if (lib.entry_size_is_set(entry)) total += lib.entry_size(entry);
         if (++entries > kMaxEntries || total > kMaxTotalBytes) {
             *problem = "archive too large";
             return false;
@@ -94,7 +93,7 @@ bool ValidateArchive(const std::string& archive, std::string* problem) {
     }
     if (result != ARCHIVE_EOF) {
         // libarchive gives no text for some damaged archives.
-        const char* reason = archive_error_string(reader.get());
+        const char* reason = lib.error_string(reader.get());
         *problem = std::string("unreadable archive: ") + (reason ? reason : "unknown error");
         return false;
     }
@@ -118,12 +117,12 @@ FileDescriptor OpenFolderChain(int root, const std::vector<std::string>& compone
     return current;
 }
 
-bool CopyData(struct archive* reader, int fd, la_int64_t* total) {
+bool CopyData(const ArchiveLibrary& lib, struct archive* reader, int fd, la_int64_t* total) {
     const void* block;
     size_t size;
     la_int64_t offset;
     int result;
-    while ((result = archive_read_data_block(reader, &block, &size, &offset)) == ARCHIVE_OK) {
+    while ((result = lib.data_block(reader, &block, &size, &offset)) == ARCHIVE_OK) {
         *total += static_cast<la_int64_t>(size);
         if (*total > kMaxTotalBytes) return false;
         if (::pwrite(fd, block, size, offset) != static_cast<ssize_t>(size)) return false;
@@ -131,40 +130,40 @@ bool CopyData(struct archive* reader, int fd, la_int64_t* total) {
     return result == ARCHIVE_EOF;
 }
 
-bool ExtractFile(struct archive* reader, struct archive_entry* entry, int root,
+bool ExtractFile(const ArchiveLibrary& lib, struct archive* reader, struct archive_entry* entry, int root,
                  const std::vector<std::string>& components, la_int64_t* total) {
     FileDescriptor folder = OpenFolderChain(root, components, true);
     if (folder.get() < 0) return false;
-    mode_t mode = (archive_entry_perm(entry) & S_IXUSR) ? 0755 : 0644;
+    mode_t mode = (lib.entry_perm(entry) & S_IXUSR) ? 0755 : 0644;
     FileDescriptor file(::openat(folder.get(), components.back().c_str(),
                              O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, mode));
     if (file.get() < 0) return false;
     // An existing file keeps its old mode otherwise.
-    return ::fchmod(file.get(), mode) == 0 && CopyData(reader, file.get(), total);
+    return ::fchmod(file.get(), mode) == 0 && CopyData(lib, reader, file.get(), total);
 }
 
 // Second pass: regular files and folders only (the first pass refused the rest).
-bool ExtractArchive(const std::string& archive, int root, std::list<std::string>* fileList,
+bool ExtractArchive(const ArchiveLibrary& lib, const std::string& archive, int root, std::list<std::string>* fileList,
                     size_t* fileCount, std::string* problem) {
-    ArchiveHandle reader = OpenArchive(archive);
+    ArchiveHandle reader = OpenArchive(lib, archive);
     if (!reader) {
         *problem = "cannot open archive";
         return false;
     }
     struct archive_entry* entry;
     la_int64_t total = 0;
-    while (archive_read_next_header(reader.get(), &entry) == ARCHIVE_OK) {
+    while (lib.next_header(reader.get(), &entry) == ARCHIVE_OK) {
         std::vector<std::string> components;
-        SplitEntryPath(archive_entry_pathname(entry), &components);
+        SplitEntryPath(lib.entry_pathname(entry), &components);
         if (components.empty()) continue;  // the folder itself ("./")
-        bool done = archive_entry_filetype(entry) == AE_IFDIR
+        bool done = lib.entry_filetype(entry) == AE_IFDIR
                         ? OpenFolderChain(root, components, false).get() >= 0
-                        : ExtractFile(reader.get(), entry, root, components, &total);
+                        : ExtractFile(lib, reader.get(), entry, root, components, &total);
         if (!done) {
             *problem = "cannot write [" + JoinPath(components) + "]";
             return false;
         }
-        if (archive_entry_filetype(entry) == AE_IFREG) {
+        if (lib.entry_filetype(entry) == AE_IFREG) {
             ++*fileCount;
             if (fileList) fileList->push_back(JoinPath(components));
         }
@@ -175,7 +174,12 @@ bool ExtractArchive(const std::string& archive, int root, std::list<std::string>
 bool Unpack(const std::string& archive, std::list<std::string>* fileList, const std::string& folder,
             std::string* description) {
     std::string problem;
-    if (!ValidateArchive(archive, &problem)) {
+    const ArchiveLibrary* lib = ArchiveLibrary::Get(&problem);
+    if (!lib) {
+        *description = "failed: " + problem;
+        return false;
+    }
+    if (!ValidateArchive(*lib, archive, &problem)) {
         *description = "refused: " + problem;
         return false;
     }
@@ -185,7 +189,7 @@ bool Unpack(const std::string& archive, std::list<std::string>* fileList, const 
     }
     FileDescriptor root(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     size_t files = 0;
-    if (root.get() < 0 || !ExtractArchive(archive, root.get(), fileList, &files, &problem)) {
+    if (root.get() < 0 || !ExtractArchive(*lib, archive, root.get(), fileList, &files, &problem)) {
         *description = "failed: " + (root.get() < 0 ? "cannot open folder " + folder : problem);
         return false;
     }

@@ -44,17 +44,22 @@ std::string Timestamp() {
     return text;
 }
 
-// Creates <root>/log but never the root itself: a line traced after the
-// root was removed is dropped. A failure shows later as an unopenable file.
-std::string LogFolder() {
-    std::string folder = qdmhost::InstallRoot() + "/log";
-    ::mkdir(folder.c_str(), 0755);
-    return folder;
+// Opens <root>/log/NAME for appending. The folder is made when the open
+// finds it missing (not tried on every line), never the root itself: a line
+// traced after the root was removed is dropped.
+int OpenLog(const std::string& name) {
+    const std::string folder = qdmhost::InstallRoot() + "/log";
+    const std::string path = folder + "/" + name;
+    const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW;
+    int fd = ::open(path.c_str(), flags, 0644);
+    if (fd < 0 && errno == ENOENT && (::mkdir(folder.c_str(), 0755) == 0 || errno == EEXIST))
+        fd = ::open(path.c_str(), flags, 0644);
+    return fd;
 }
 
 // One open-append-close per line; a log that cannot be opened drops the line.
-void AppendLine(const std::string& path, const std::string& line) {
-    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NOFOLLOW, 0644);
+void AppendLine(const std::string& name, const std::string& line) {
+    int fd = OpenLog(name);
     if (fd < 0) return;
     std::string text = line + "\n";
     const char* data = text.data();
@@ -86,7 +91,7 @@ void CTraceUtility::WriteDebug(const char* file, TRACE_DBG_LEVEL level, const ch
     std::lock_guard<std::mutex> lock(state.mutex);
     if (state.capturing) state.debug.push_back({FileName(file), static_cast<int>(level), buffer});
     if ((state.levelMask & static_cast<unsigned>(level)) == 0) return;
-    AppendLine(LogFolder() + "/" + FileName(file) + ".log",
+    AppendLine(FileName(file) + ".log",
                Timestamp() + " [" + std::to_string(static_cast<int>(level)) + "] " + buffer);
 }
 
@@ -99,7 +104,7 @@ void CTraceUtility::WriteTraceList(const char* file, const char* messageId,
         TraceState& state = State();
         std::lock_guard<std::mutex> lock(state.mutex);
         if (state.capturing) state.messages.push_back({FileName(file), id, inserts});
-        AppendLine(LogFolder() + "/" + FileName(file) + "_messages.log",
+        AppendLine(FileName(file) + "_messages.log",
                    Timestamp() + " " + id + ": " + text);
         sink = state.sink;
     }

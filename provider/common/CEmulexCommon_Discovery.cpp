@@ -4,6 +4,9 @@
 #include <fstream>
 #include <istream>
 #include <iterator>
+#include <mutex>
+#include <optional>
+#include <sstream>
 #include <vector>
 
 #include "CEmulexCommon.h"
@@ -171,6 +174,60 @@ bool OpenListing(const std::string& path, std::ifstream& in) {
     return false;
 }
 
+// The listing's text, whole; false (with the open error) when it cannot be read.
+bool ReadListing(std::string* text) {
+    std::ifstream in;
+    if (!OpenListing(CEmulexCommon::CacheFilePath(kListingName), in)) return false;
+    std::ostringstream whole;
+    whole << in.rdbuf();  // in blocks, not character by character
+    *text = whole.str();
+    return true;
+}
+
+// Every port's discovery reads the listing twice (its records, its function
+// numbering), which parsed afresh each time costs more at 64 ports than all
+// the tool runs of an inventory. Both answers are kept with the text they
+// came from and given again while the listing holds the same text.
+class ParsedListing {
+public:
+    std::list<std::map<std::string, std::string>> Adapters(const std::string& text) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        Use(text);
+        if (!adapters_) {
+            std::istringstream listing(text_);
+            adapters_ = CEmulexCommon::ParseHBAListing(listing);
+        }
+        return *adapters_;
+    }
+
+    int FunctionMultiplier(const std::string& text, int bus) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        Use(text);
+        auto known = multipliers_.find(bus);
+        if (known != multipliers_.end()) return known->second;
+        std::istringstream listing(text_);
+        return multipliers_[bus] = CEmulexCommon::ListingFunctionMultiplier(listing, bus);
+    }
+
+private:
+    void Use(const std::string& text) {
+        if (text == text_) return;
+        text_ = text;
+        adapters_.reset();
+        multipliers_.clear();
+    }
+
+    std::mutex mutex_;
+    std::string text_;
+    std::optional<std::list<std::map<std::string, std::string>>> adapters_;
+    std::map<int, int> multipliers_;
+};
+
+ParsedListing& Listing() {
+    static ParsedListing listing;
+    return listing;
+}
+
 bool FailHBAInfo(unsigned long error, const char* trace) {
     if (error != 0) CEmulexCommon::SetLastError(error);
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_ERROR, "%s", trace);
@@ -223,10 +280,10 @@ bool CEmulexCommon::GetHBAInfoList(std::list<std::map<std::string, std::string>>
         return false;
     }
     adapters->clear();
-    std::ifstream listing;
+    std::string text;
     // An unreadable listing keeps its own error (17), not "no adapters".
-    const bool readable = OpenListing(CacheFilePath(kListingName), listing);
-    if (readable) *adapters = ParseHBAListing(listing);
+    const bool readable = ReadListing(&text);
+    if (readable) *adapters = Listing().Adapters(text);
     if (readable && adapters->empty()) SetLastError(15);
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::GetHBAInfoList(%s) [END]",
                               adapters->empty() ? "NG" : "OK");
@@ -281,13 +338,12 @@ bool CEmulexCommon::GetHBAInfo(std::string deviceId, std::map<std::string, std::
     CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_INFO, "CEmulexCommon::GetHBAInfo() PCIinfo deviceID[%s] bus[%d] dev[%d] func[%d]",
                               deviceId.c_str(), bus, device, function);
 
-    std::ifstream listing;
-    if (!OpenListing(CacheFilePath(kListingName), listing)) {
+    std::string text;
+    if (!ReadListing(&text)) {
         CTraceUtility::WriteDebug(kTrace, CTraceUtility::TRACE_FUNC, "CEmulexCommon::GetHBAInfo(%s) [END]", "NG");
         return false;
     }
-    const long expectedFunction = static_cast<long>(ListingFunctionMultiplier(listing, bus)) * device + function;
-    listing.close();
+    const long expectedFunction = static_cast<long>(Listing().FunctionMultiplier(text, bus)) * device + function;
 
     const std::map<std::string, std::string>* match = FindRecordAt(adapters, bus, expectedFunction);
     if (match != nullptr) *adapter = *match;

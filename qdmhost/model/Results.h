@@ -74,6 +74,13 @@ struct HistoryEntries {
     std::vector<nlohmann::json> entries;
 };
 
+// The check: the survey, and each port's last history record (null when
+// none) in the survey's port order, so that one run answers a fleet report.
+struct ServerCheck {
+    ServerSurvey survey;
+    std::vector<nlohmann::json> lastUpdates;
+};
+
 struct TrustedKeyRow {
     std::string keyId;
     std::string publicKey;

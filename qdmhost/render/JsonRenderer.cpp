@@ -51,6 +51,18 @@ Json InventoryPortJson(const PortSurvey& port) {
             {"bootBiosStatus", port.bootBiosStatus}};
 }
 
+// What a fleet report shows of a port's last update. The record is stored
+// data: a field that is not a text is null.
+Json LastUpdateJson(const Json& record) {
+    if (!record.is_object()) return nullptr;
+    Json json = Json::object();
+    for (const char* key : {"time", "kind", "outcome", "failedStep", "from", "to"}) {
+        auto field = record.find(key);
+        json[key] = field != record.end() && field->is_string() ? *field : Json(nullptr);
+    }
+    return json;
+}
+
 }  // namespace
 
 Json InventoryJson(const ServerSurvey& survey) {
@@ -62,14 +74,17 @@ Json InventoryJson(const ServerSurvey& survey) {
             {"ports", ports}};
 }
 
-Json CheckJson(const ServerSurvey& survey) {
+Json CheckJson(const ServerCheck& check) {
+    const ServerSurvey& survey = check.survey;
     Json ports = Json::array();
-    for (const PortSurvey& port : survey.ports) {
-        // The inventory's fields too, so that one run answers both questions.
+    for (std::size_t i = 0; i < survey.ports.size(); ++i) {
+        const PortSurvey& port = survey.ports[i];
+        // The inventory's fields and the last update too, so that one run answers a fleet report.
         Json json = InventoryPortJson(port);
         json["plans"] = Json::object();
         for (const ModuleReading& reading : port.modules) json["plans"][reading.kind] = reading.plan;
         json["utilityCheck"] = port.utilityCheck;
+        json["lastUpdate"] = LastUpdateJson(check.lastUpdates.at(i));
         ports.push_back(json);
     }
     const CManageRepositoryInfo& install = survey.utilityInstall;

@@ -9,7 +9,7 @@
 namespace qdmcli {
 
 nlohmann::json InventoryJson(const ServerSurvey& survey);
-nlohmann::json CheckJson(const ServerSurvey& survey);
+nlohmann::json CheckJson(const ServerCheck& check);
 nlohmann::json UpdateJson(const UpdateRun& run);
 // One result of an update, as the document and the history hold it.
 nlohmann::json ModuleOutcomeJson(const ModuleOutcome& outcome);

@@ -122,7 +122,8 @@ std::string InventoryText(const ServerSurvey& survey) {
     return out.str();
 }
 
-std::string CheckText(const ServerSurvey& survey) {
+std::string CheckText(const ServerCheck& check) {
+    const ServerSurvey& survey = check.survey;
     std::string missing = survey.missingComponents.empty() ? "none" : Json(survey.missingComponents).dump();
     std::vector<Row> rows = {{"PORT", "WWPN", "UTILITY CONFIGURATION"}};
     for (const PortSurvey& port : survey.ports)

@@ -8,7 +8,7 @@
 namespace qdmcli {
 
 std::string InventoryText(const ServerSurvey& survey);
-std::string CheckText(const ServerSurvey& survey);
+std::string CheckText(const ServerCheck& check);
 std::string UpdateText(const UpdateRun& run);
 std::string ReportText(const ReportSummary& report);
 std::string MetricsText(const MetricsSummary& metrics);

@@ -57,6 +57,31 @@ TEST_F(E2eTest, PortSelectorsAndUnlistedAdapter) {
     EXPECT_NE(run.err.find("unsupported Fibre Channel function 0000:03:00.0"), std::string::npos) << run.err;
 }
 
+// check carries each port's last history record; the history is stored data, so a record's field that is
+// no text is null and a line that is no record is skipped.
+TEST_F(E2eTest, CheckCarriesLastUpdateOfEachPort) {
+    const std::string first = R"(0000:03:00.0-PCI\\VEN_10DF&DEV_F100&SUBSYS_F11110DF)";
+    const std::string second = R"(0000:04:00.0-PCI\\VEN_10DF&DEV_F100&SUBSYS_F10010DF)";
+    qdmtest::WriteFile(e2e::kRoot + "/qdmhost/history.jsonl",
+                       // an older record of the first port, replaced by the one after it
+                       R"({"time": "t1", "deviceId": ")" + first + R"(", "kind": "firm", "outcome": "updated"})" "\n"
+                       // its last: failedStep, from and to of the wrong type
+                       R"({"time": "t2", "deviceId": ")" + first +
+                       R"(", "kind": "util", "outcome": "failed", "failedStep": {"x": 1}, "from": 5, "to": ["6"]})" "\n"
+                       "not json\n"
+                       // the second port's kind is no text: not a record
+                       R"({"time": "t3", "deviceId": ")" + second + R"(", "kind": 7, "outcome": "updated"})" "\n"
+                       // a port that is not on this server
+                       R"({"time": "t4", "deviceId": "0000:09:00.0-PCI", "kind": "firm", "outcome": "updated"})" "\n");
+    e2e::HostRun run = Run({"--json", "check"});
+    const json ports = Document(run, "check", 0)["ports"];
+    ASSERT_EQ(ports.size(), 5u);
+    EXPECT_EQ(ports[0]["lastUpdate"], json({{"time", "t2"}, {"kind", "util"}, {"outcome", "failed"},
+                                            {"failedStep", nullptr}, {"from", nullptr}, {"to", nullptr}}));
+    for (std::size_t i = 1; i < ports.size(); ++i) EXPECT_EQ(ports[i]["lastUpdate"], nullptr) << ports[i]["deviceId"];
+    EXPECT_NE(run.err.find("2 unreadable line(s) of the history skipped"), std::string::npos) << run.err;
+}
+
 // Failures: with --json an {"error": ...} document holding the code, its name and a message; without,
 // one "qdmhost: error:" line on standard error. Command-line mistakes name the word and what was expected.
 TEST_F(E2eTest, ErrorExitCodes) {
@@ -168,7 +193,15 @@ TEST_F(E2eTest, LockThenFullUpdateCycleEndsCurrent) {
     EXPECT_EQ(history[1]["kind"].get<std::string>() + " " + history[1]["from"].get<std::string>() + " " +
                   history[1]["to"].get<std::string>() + " " + history[1]["outcome"].get<std::string>(),
               "firm 2.01a12 2.02a5 updated");
-    EXPECT_EQ(Document(Host({"--json", "check"}), "check", 0)["missingComponents"], json::array());
+    // check: each port's last update as recorded (03:00.0 its driver, 05:00.0 its firmware, the others none).
+    const json check = Document(Host({"--json", "check"}), "check", 0);
+    EXPECT_EQ(check["missingComponents"], json::array());
+    std::string last;
+    for (const json& port : check["ports"])
+        last += port["lastUpdate"].is_null() ? "none " : port["lastUpdate"]["kind"].get<std::string>() + ":" +
+                                                             port["lastUpdate"]["outcome"].get<std::string>() + " ";
+    EXPECT_EQ(last, "driver:updated none none firm:updated none ");
+    EXPECT_EQ(check["ports"][3]["lastUpdate"]["time"], history[3]["time"]);
 
     qdmtest::SimResetCalls();
     EXPECT_EQ(Host({"update"}).exitCode, 0);

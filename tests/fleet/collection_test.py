@@ -58,6 +58,22 @@ class ParseOutput(unittest.TestCase):
                                                 dict(ENVELOPE, exitCode=5, exitName="refused"), 5, "refused"))
 
 
+class InventoryPort(unittest.TestCase):
+    def test_inventory_fields_with_last_update(self):
+        last = {"time": "t", "kind": "firm", "outcome": "failed", "failedStep": "PreUpdate", "from": "1", "to": "2"}
+        checked = {"deviceId": "D", "wwpn": "W", "modules": [], "utilityCheck": "passed", "plans": {}}
+        rows = [
+            # (the check's port, lastUpdate that fc_info returns)
+            (dict(checked, lastUpdate=last), last),
+            (dict(checked, lastUpdate=None), None),  # no update recorded
+            (checked, None),                         # an older qdmhost's check carries none
+        ]
+        for port, want in rows:
+            with self.subTest(port=port):
+                self.assertEqual(fc_info.inventory_port(port),
+                                 {"deviceId": "D", "wwpn": "W", "modules": [], "lastUpdate": want})
+
+
 class PathGuard(unittest.TestCase):
     def test_options_verdicts_and_failures(self):
         argv = qdmhost.command_line(dict(qdmhost="q", allow_path_loss=True, path_wait=30), ["update"])

@@ -14,7 +14,7 @@ short_description: Inventory and pre-flight check of a server's Fibre Channel ad
 version_added: "1.0.0"
 description:
   - Runs C(qdmhost --json check) once on the managed server; its document carries every port's
-    inventory too, returned as C(ports), and the check's findings as C(check).
+    inventory and last update too, returned as C(ports), and the check's findings as C(check).
   - Every port with its device identifier, WWPN, model and, per module (firmware, driver, utility),
     the operating version, the repository version and a status.
   - The check result lists missing components (the adapter management utility) and, per port,
@@ -64,7 +64,10 @@ EXAMPLES = r"""
 
 RETURN = r"""
 ports:
-  description: The inventory's ports, exactly as C(qdmhost --json inventory) lists them.
+  description:
+    - The inventory's ports, exactly as C(qdmhost --json inventory) lists them, each with its last entry of
+      the update history as C(lastUpdate) (C(time), C(kind), C(outcome), C(failedStep), C(from), C(to)), null
+      when it has none.
   returned: success
   type: list
   elements: dict
@@ -77,6 +80,8 @@ ports:
       bootBios: "10.2.370.15"
       modules:
         - {kind: firm, operating: "10.2.370.15", repository: "11.4.204.8", status: older}
+      lastUpdate: {time: "2025-11-23T09:12:00Z", kind: firm, outcome: failed, failedStep: PreUpdate,
+                   from: "10.2.370.15", to: "11.4.204.8"}
 check:
   description: The C(qdmhost --json check) document without its envelope fields.
   returned: success
@@ -163,10 +168,6 @@ from ansible.module_utils.basic import AnsibleModule
 from ansible_collections.velmora.fc.plugins.module_utils.qdmhost import (
     CHECK_FINDINGS, PENDING_STATUSES, common_argument_spec, run_for_module)
 
-# What the report shows of a port's last update.
-LAST_UPDATE_FIELDS = ("time", "kind", "outcome", "failedStep", "from", "to")
-
-
 def pending(ports):
     return [dict(deviceId=port.get("deviceId"), wwpn=port.get("wwpn"), kind=module.get("kind"),
                  operating=module.get("operating"), repository=module.get("repository"), status=module.get("status"))
@@ -190,22 +191,16 @@ def path_verdicts(check):
             for a in adapters]
 
 
-def with_last_updates(ports, entries):
-    """PORTS, each with the last update of the history ENTRIES (oldest first) for its device, or None."""
-    last = {}
-    for entry in entries:
-        if isinstance(entry, dict):
-            last[entry.get("deviceId")] = dict((key, entry.get(key)) for key in LAST_UPDATE_FIELDS)
-    return [dict(port, lastUpdate=last.get(port.get("deviceId"))) for port in ports]
+def inventory_port(port):
+    """A port of the check document as the inventory lists it, with its last update (None when none)."""
+    return dict(only(INVENTORY_FIELDS, port), lastUpdate=port.get("lastUpdate"))
 
 
 def main():
     module = AnsibleModule(argument_spec=common_argument_spec(default_timeout=600), supports_check_mode=True)
     check = run_for_module(module, ["check"], accepted=CHECK_FINDINGS)
-    history = run_for_module(module, ["history"])
     checked_ports = check.document.get("ports", [])
-    ports = with_last_updates([only(INVENTORY_FIELDS, port) for port in checked_ports],
-                              history.document.get("entries") or [])
+    ports = [inventory_port(port) for port in checked_ports]
     verdicts = path_verdicts(check.document)
     module.exit_json(
         changed=False,
