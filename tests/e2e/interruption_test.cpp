@@ -83,6 +83,13 @@ private:
     std::string err_;
 };
 
+// Every port's modules at the repository's versions, by an inventory's document.
+void ExpectEveryPortCurrent(const e2e::HostRun& inventory) {
+    const json document = inventory.Json();  // kept: the loop must not outlive it
+    for (const json& port : document["ports"])
+        EXPECT_EQ(e2e::PortStatuses(port), port["wwpn"].get<std::string>() + " current current current");
+}
+
 struct Row {
     const char* name;
     const char* trigger;  // the progress line at which the signal is sent
@@ -191,8 +198,7 @@ TEST_P(InterruptionTest, StoppedThenPickedUp) {
         EXPECT_EQ(second.err.find("was interrupted") != std::string::npos, !sigint) << second.err;
     }
     ExpectNoOverlap();
-    for (const json& port : Host({"--json", "inventory"}).Json()["ports"])
-        EXPECT_EQ(e2e::PortStatuses(port), port["wwpn"].get<std::string>() + " current current current");
+    ExpectEveryPortCurrent(Host({"--json", "inventory"}));
     int interrupted = 0;
     for (const auto& count : HistoryCounts()) {
         EXPECT_EQ(count.second, 1) << count.first;
@@ -274,8 +280,7 @@ TEST_F(E2eTest, MissingUtilityIsInstalledFirst) {
     EXPECT_EQ(update.exitCode, 0) << update.err;
     const json installed = update.Json()["results"][0];
     EXPECT_EQ(installed["kind"].get<std::string>() + " " + installed["outcome"].get<std::string>(), "util installed");
-    for (const json& port : Host({"--json", "inventory"}).Json()["ports"])
-        EXPECT_EQ(e2e::PortStatuses(port), port["wwpn"].get<std::string>() + " current current current");
+    ExpectEveryPortCurrent(Host({"--json", "inventory"}));
 
     ASSERT_EQ(qdmtest::RunSim({"utility", "uninstall"}), 0);
     json catalogue = json::parse(qdmtest::ReadFile(repo_ + "/catalogue.json"));
